@@ -1,0 +1,28 @@
+#pragma once
+// Where decoders put tags. A sink has three operations:
+//   begin_chunk(most)   up to `most` tags follow; remember this point
+//   add(channel, time)  one tag, channel 0 to 3
+//   discard_chunk()     forget every tag since begin_chunk
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "orvo/timing/time_tag.hpp"
+
+namespace orvo::timing::detail {
+
+/// Tags in stream order.
+class TagList {
+ public:
+  explicit TagList(std::vector<TimeTag>& tags) : tags_(tags) {}
+
+  void begin_chunk(std::size_t) { chunk_begin_ = tags_.size(); }
+  void add(unsigned channel, std::int64_t time_ps) { tags_.push_back({static_cast<std::uint8_t>(channel), time_ps}); }
+  void discard_chunk() { tags_.resize(chunk_begin_); }
+
+ private:
+  std::vector<TimeTag>& tags_;
+  std::size_t chunk_begin_ = 0;
+};
+
+}  // namespace orvo::timing::detail

@@ -1,0 +1,65 @@
+#pragma once
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <vector>
+
+#include "orvo/timing/detail/sorted_times.hpp"
+
+namespace orvo::timing {
+
+namespace detail {
+
+/// `to_ps - from_ps`, at the end of the range where it lies outside 64 bits.
+inline std::int64_t saturated_difference(std::int64_t to_ps, std::int64_t from_ps) {
+  const std::uint64_t magnitude = to_ps >= from_ps
+                                      ? static_cast<std::uint64_t>(to_ps) - static_cast<std::uint64_t>(from_ps)
+                                      : static_cast<std::uint64_t>(from_ps) - static_cast<std::uint64_t>(to_ps);
+  const bool outside = magnitude > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  if (to_ps >= from_ps)
+    return outside ? std::numeric_limits<std::int64_t>::max() : static_cast<std::int64_t>(magnitude);
+  return outside ? std::numeric_limits<std::int64_t>::min() : -static_cast<std::int64_t>(magnitude);
+}
+
+/// Difference from `a_ps` to the nearest of the sorted times; of two equally near, the later.
+inline std::int64_t nearest_difference(std::int64_t a_ps, std::span<const std::int64_t> sorted_b_ps) {
+  const auto successor = std::lower_bound(sorted_b_ps.begin(), sorted_b_ps.end(), a_ps);
+  if (successor == sorted_b_ps.end()) return saturated_difference(sorted_b_ps.back(), a_ps);
+  const auto distance = [](std::int64_t from, std::int64_t to) {
+    return static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from);
+  };
+  const bool before_is_nearer =
+      successor != sorted_b_ps.begin() && distance(successor[-1], a_ps) < distance(a_ps, *successor);
+  return saturated_difference(before_is_nearer ? successor[-1] : *successor, a_ps);
+}
+
+}  // namespace detail
+
+/// Delay of channel B after channel A, picoseconds: the median distance from an A event to its nearest B event, over
+/// at most 4000 A events spread evenly (the upper median of an even number). Both lists in ascending order; 0 when
+/// one is empty. Finds the delay where it is shorter than about half the mean distance of B events.
+inline std::int64_t estimate_offset_sorted_ps(std::span<const std::int64_t> a_ps,
+                                              std::span<const std::int64_t> b_ps) {
+  constexpr std::size_t kMostSamples = 4000;
+  if (a_ps.empty() || b_ps.empty()) return 0;
+  const std::size_t stride = std::max<std::size_t>(a_ps.size() / kMostSamples, 1);
+  std::vector<std::int64_t> differences;
+  differences.reserve(kMostSamples);
+  for (std::size_t i = 0; i < a_ps.size() && differences.size() < kMostSamples; i += stride) {
+    differences.push_back(detail::nearest_difference(a_ps[i], b_ps));
+  }
+  const auto middle = differences.begin() + static_cast<std::ptrdiff_t>(differences.size() / 2);
+  std::nth_element(differences.begin(), middle, differences.end());
+  return *middle;
+}
+
+/// As `estimate_offset_sorted_ps`, for lists in any order.
+inline std::int64_t estimate_offset_ps(const std::vector<std::int64_t>& a_ps, const std::vector<std::int64_t>& b_ps) {
+  const detail::SortedTimes a(a_ps);
+  const detail::SortedTimes b(b_ps);
+  return estimate_offset_sorted_ps(a, b);
+}
+
+}  // namespace orvo::timing

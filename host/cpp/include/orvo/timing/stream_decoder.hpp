@@ -1,0 +1,53 @@
+#pragma once
+// The complete decoder: its state and the three encodings.
+#include <utility>
+#include <vector>
+
+#include "orvo/timing/detail/delta32.hpp"
+#include "orvo/timing/detail/packed_delta.hpp"
+#include "orvo/timing/detail/raw64.hpp"
+#include "orvo/timing/detail/stream_decoder_state.hpp"
+#include "orvo/timing/detail/tag_sink.hpp"
+
+namespace orvo::timing {
+
+namespace detail {
+
+/// Decodes what was appended to the pending bytes, in the encoding that the header names; an unknown one yields
+/// nothing.
+template <class Sink>
+void decode_pending(StreamDecoder& decoder, Sink& sink) {
+  switch (decoder.header.stream_format) {
+    case StreamFormat::raw64:
+      return decode_raw64(decoder, sink);
+    case StreamFormat::delta32:
+      return decode_delta32(decoder, sink);
+    case StreamFormat::packed_delta:
+      return decode_packed_delta(decoder, sink);
+  }
+}
+
+}  // namespace detail
+
+inline std::vector<TimeTag> StreamDecoder::feed_raw64() {
+  std::vector<TimeTag> tags;
+  detail::TagList list(tags);
+  detail::decode_raw64(*this, list);
+  return tags;
+}
+
+inline std::vector<TimeTag> StreamDecoder::feed_delta32() {
+  std::vector<TimeTag> tags;
+  detail::TagList list(tags);
+  detail::decode_delta32(*this, list);
+  return tags;
+}
+
+inline std::vector<TimeTag> StreamDecoder::feed_packed_delta() {
+  std::vector<TimeTag> tags;
+  detail::TagList list(tags);
+  detail::decode_packed_delta(*this, list);
+  return tags;
+}
+
+}  // namespace orvo::timing

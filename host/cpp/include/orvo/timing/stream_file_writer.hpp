@@ -1,0 +1,77 @@
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "orvo/timing/detail/byte_order.hpp"
+#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/error.hpp"
+#include "orvo/timing/stream_file_header.hpp"
+#include "orvo/timing/stream_file_layout.hpp"
+
+namespace orvo::timing {
+
+/// Writes a capture file: `open` writes everything up to the payload, `write` appends payload bytes as they are, the
+/// destructor completes and closes the file. Payload reaches the file in blocks of 1 MiB.
+class StreamFileWriter {
+ public:
+  /// Creates or truncates the file. An empty `created_utc` or `raw64_tag_format` is filled in in the file's header
+  /// only. Throws `Error` when the file cannot be opened or its header not be written.
+  void open(const std::string& path, const StreamFileHeader& header);
+
+  /// Appends payload. Throws `Error` when an earlier `open` or `write` failed, when `data` is null though `size` is
+  /// not 0, and when the file cannot be written.
+  void write(const void* data, std::size_t size);
+
+  /// As given to `open`.
+  const StreamFileHeader& header() const { return header_; }
+  /// Payload bytes written since `open`.
+  std::uint64_t payload_bytes() const { return payload_bytes_; }
+  /// All bytes written since `open`.
+  std::uint64_t file_bytes() const { return file_bytes_; }
+
+ private:
+  static constexpr std::size_t kBufferBytes = std::size_t{1} << 20;
+
+  std::vector<char> buffer_;  // declared before the stream, which writes it out when it is destroyed
+  std::ofstream file_;
+  StreamFileHeader header_;
+  std::uint64_t payload_bytes_ = 0;
+  std::uint64_t file_bytes_ = 0;
+};
+
+inline void StreamFileWriter::open(const std::string& path, const StreamFileHeader& header) {
+  if (file_.is_open()) file_.close();
+  header_ = header;
+  buffer_.assign(kBufferBytes, '\0');
+  file_.rdbuf()->pubsetbuf(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+  file_.open(path, std::ios::binary | std::ios::trunc);
+  if (!file_) throw Error("StreamFileWriter: cannot open " + path, kFileFailure);
+
+  const std::string json = detail::stream_header_to_json(header_);
+  if (json.size() > std::numeric_limits<std::uint32_t>::max()) {
+    throw Error("StreamFileWriter: header is too large", kInvalidArgument);
+  }
+  const auto length = detail::le32_bytes(static_cast<std::uint32_t>(json.size()));
+  file_.write(kStreamFileMagic.data(), static_cast<std::streamsize>(kStreamFileMagic.size()));
+  file_.write(reinterpret_cast<const char*>(length.data()), static_cast<std::streamsize>(length.size()));
+  file_.write(json.data(), static_cast<std::streamsize>(json.size()));
+  if (!file_) throw Error("StreamFileWriter: failed to write header", kFileFailure);
+  payload_bytes_ = 0;
+  file_bytes_ = kStreamFilePrefixBytes + json.size();
+}
+
+inline void StreamFileWriter::write(const void* data, std::size_t size) {
+  if (!file_) throw Error("StreamFileWriter: not open", kNotOpen);
+  if (size == 0) return;
+  if (data == nullptr) throw Error("StreamFileWriter: null data", kInvalidArgument);
+  file_.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+  if (!file_) throw Error("StreamFileWriter: payload write failed", kFileFailure);
+  payload_bytes_ += size;
+  file_bytes_ += size;
+}
+
+}  // namespace orvo::timing

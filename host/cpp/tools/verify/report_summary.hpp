@@ -1,0 +1,83 @@
+#pragma once
+// Part of vq_verify_stream_file_xcorr: file-local throughout.
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <iomanip>
+#include <limits>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "verify/directories.hpp"
+#include "verify/report.hpp"
+#include "verify/text_file.hpp"
+
+namespace {
+
+/// Whole seconds since the file was last written, negative for a file of the future; -1 when that cannot be told.
+inline std::int64_t file_age_seconds(const std::filesystem::path& path) {
+  std::error_code error;
+  const std::int64_t written_ns = std::filesystem::last_write_time(path, error).time_since_epoch().count();
+  const std::int64_t now_ns = std::filesystem::file_time_type::clock::now().time_since_epoch().count();
+  // The clock's range is wider than its longest difference.
+  const bool too_far = written_ns > 0 ? now_ns < std::numeric_limits<std::int64_t>::min() + written_ns
+                                      : now_ns > std::numeric_limits<std::int64_t>::max() + written_ns;
+  if (error || too_far) return -1;
+  return (now_ns - written_ns) / 1'000'000'000;
+}
+
+/// The summary for people: one "name=value" a line.
+inline std::string summary_text(const RunResult& run, const ReportPaths& paths, std::int64_t input_age_seconds) {
+  const orvo::timing::XcorrPeak peak = run.histogram.peak();
+  const orvo::timing::XcorrMoments moments = xcorr_moments(run.histogram);
+  const auto count_of = [&run](int channel) { return run.channel_counts[static_cast<std::size_t>(channel)]; };
+  std::ostringstream out;
+  out << "Orvo timing stream-file cross-correlation verification\n"
+      << "mode=offline_existing_file\n"
+      << "input=" << run.source.native() << '\n'
+      << "input_age_seconds=" << input_age_seconds << '\n'
+      << "csv=" << paths.csv.native() << '\n'
+      << "json=" << paths.json.native() << '\n'
+      << "svg=" << paths.svg.native() << '\n'
+      << "decoded_tags=" << run.decoded_tags << '\n'
+      << "ch" << run.channel_a << '=' << count_of(run.channel_a) << '\n'
+      << "ch" << run.channel_b << '=' << count_of(run.channel_b) << '\n'
+      << "coincidences=" << moments.total << '\n'
+      << "peak_count=" << peak.count << '\n'
+      << "peak_ps=" << peak.center_ps << '\n'
+      << "rms_ps=" << std::fixed << std::setprecision(1) << moments.sigma_ps << '\n';
+  if (input_age_seconds > 3600) {
+    out << "warning=input file is older than one hour; this is not a fresh hardware calibration check\n";
+  }
+  return out.str();
+}
+
+/// Refreshes the files of fixed names in the output root. A copy that fails leaves the older one.
+inline void update_latest(const ReportPaths& paths, const std::string& summary) {
+  constexpr std::string_view kLauncher = "@echo off\r\nstart \"\" \"%~dp0latest.svg\"\r\n";
+  const std::filesystem::path root = verification_output_root();
+  std::filesystem::create_directories(root);
+  const auto copy = [&root](const std::filesystem::path& report, const char* latest) {
+    std::error_code ignored;
+    std::filesystem::copy_file(report, root / latest, std::filesystem::copy_options::overwrite_existing, ignored);
+  };
+  copy(paths.csv, "latest.csv");
+  copy(paths.json, "latest.json");
+  copy(paths.svg, "latest.svg");
+  write_text_file(root / "latest_summary.txt", summary);
+  write_text_file(root / "open_latest_plot.bat", std::string(kLauncher));
+}
+
+/// The last step of a run: summary file, latest files, and the summary on the console.
+inline void write_summary(const RunResult& run, const ReportPaths& paths, std::ostream& out) {
+  const std::string summary = summary_text(run, paths, file_age_seconds(run.source));
+  write_text_file(paths.summary, summary);
+  update_latest(paths, summary);
+  out << summary << "latest_plot=" << (verification_output_root() / "latest.svg").native() << '\n'
+      << "latest_summary=" << (verification_output_root() / "latest_summary.txt").native() << '\n';
+}
+
+}  // namespace
