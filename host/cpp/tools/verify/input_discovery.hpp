@@ -1,18 +1,20 @@
 #pragma once
 // Part of vq_verify_stream_file_xcorr: file-local throughout.
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <system_error>
 
 #include "orvo/timing/detail/stream_header_json.hpp"
 #include "verify/directories.hpp"
+#include "verify/file_time.hpp"
 
 namespace {
 
 /// A file and when it was last written.
 struct DatedFile {
   std::filesystem::path path;
-  std::filesystem::file_time_type written;
+  std::int64_t written_ns;  ///< since 1970
 };
 
 /// The entry when it is a capture file that can be dated.
@@ -20,9 +22,9 @@ inline std::optional<DatedFile> dated_capture(const std::filesystem::directory_e
   std::error_code error;
   if (!entry.is_regular_file(error) || error) return std::nullopt;
   if (orvo::timing::detail::ascii_lower(entry.path().extension().string()) != ".tagcap") return std::nullopt;
-  const auto written = std::filesystem::last_write_time(entry.path(), error);
-  if (error) return std::nullopt;
-  return DatedFile{entry.path(), written};
+  const auto written = written_ns(entry.path());
+  if (!written) return std::nullopt;
+  return DatedFile{entry.path(), *written};
 }
 
 /// Replaces `newest` by a strictly newer capture at any depth below the directory. Whatever cannot be read holds
@@ -32,7 +34,7 @@ inline void search_captures(const std::filesystem::path& directory, std::optiona
   std::filesystem::recursive_directory_iterator entry(directory, error);
   for (; !error && entry != std::filesystem::recursive_directory_iterator(); entry.increment(error)) {
     const auto capture = dated_capture(*entry);
-    if (capture && (!newest || capture->written > newest->written)) newest = capture;
+    if (capture && (!newest || capture->written_ns > newest->written_ns)) newest = capture;
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 // Part of vq_verify_stream_file_xcorr: file-local throughout.
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -13,7 +14,7 @@ namespace {
 inline void write_csv(const std::filesystem::path& path, const orvo::timing::XcorrHistogram& histogram) {
   std::ofstream out = open_report(path, "could not open CSV output");
   out << "bin_center_ps,count\n";
-  for (std::size_t i = 0; i < histogram.counts.size(); ++i) {
+  for (std::size_t i = 0; i < std::min(histogram.counts.size(), histogram.bin_center_ps.size()); ++i) {
     out << histogram.bin_center_ps[i] << ',' << histogram.counts[i] << '\n';
   }
 }

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 
+#include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/offset_estimate.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
@@ -16,7 +17,6 @@
 #include "verify/report_json.hpp"
 #include "verify/report_summary.hpp"
 #include "verify/report_svg.hpp"
-#include "verify/tag_collection.hpp"
 
 namespace {
 
@@ -27,9 +27,9 @@ inline std::int64_t resolve_offset_ps(const std::string& setting, std::span<cons
 }
 
 /// Correlates the two chosen channels, whose lists it sorts.
-inline void correlate(RunResult& run, const Config& config, CollectedTags& tags) {
-  auto& a_ps = tags.times_ps[static_cast<std::size_t>(config.channel_a)];
-  auto& b_ps = tags.times_ps[static_cast<std::size_t>(config.channel_b)];
+inline void correlate(RunResult& run, const Config& config, orvo::timing::ChannelTimes& times) {
+  const auto a_ps = times[static_cast<std::size_t>(config.channel_a)];
+  const auto b_ps = times[static_cast<std::size_t>(config.channel_b)];
   orvo::timing::detail::sort_times(a_ps);
   orvo::timing::detail::sort_times(b_ps);
   run.window = {config.range_ps, config.bin_ps, resolve_offset_ps(config.offset, a_ps, b_ps)};
@@ -37,15 +37,15 @@ inline void correlate(RunResult& run, const Config& config, CollectedTags& tags)
 }
 
 /// From the decoded tags to the last report. Reports are written in this order; a failure ends it at once.
-inline void analyse_and_report(RunResult run, const Config& config, CollectedTags tags,
+inline void analyse_and_report(RunResult run, const Config& config, orvo::timing::ChannelTimes times,
                                const std::filesystem::path& output_prefix, std::ostream& out) {
   for (std::size_t channel = 0; channel < run.channel_counts.size(); ++channel) {
-    run.channel_counts[channel] = tags.count(channel);
+    run.channel_counts[channel] = times.size(channel);
   }
-  run.decoded_tags = tags.decoded;
+  run.decoded_tags = times.total();
   run.channel_a = config.channel_a;
   run.channel_b = config.channel_b;
-  correlate(run, config, tags);
+  correlate(run, config, times);
 
   const ReportPaths paths(output_prefix);
   if (output_prefix.has_parent_path()) std::filesystem::create_directories(output_prefix.parent_path());

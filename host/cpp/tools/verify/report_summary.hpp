@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <iomanip>
-#include <limits>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -12,22 +11,11 @@
 #include <system_error>
 
 #include "verify/directories.hpp"
+#include "verify/file_time.hpp"
 #include "verify/report.hpp"
 #include "verify/text_file.hpp"
 
 namespace {
-
-/// Whole seconds since the file was last written, negative for a file of the future; -1 when that cannot be told.
-inline std::int64_t file_age_seconds(const std::filesystem::path& path) {
-  std::error_code error;
-  const std::int64_t written_ns = std::filesystem::last_write_time(path, error).time_since_epoch().count();
-  const std::int64_t now_ns = std::filesystem::file_time_type::clock::now().time_since_epoch().count();
-  // The clock's range is wider than its longest difference.
-  const bool too_far = written_ns > 0 ? now_ns < std::numeric_limits<std::int64_t>::min() + written_ns
-                                      : now_ns > std::numeric_limits<std::int64_t>::max() + written_ns;
-  if (error || too_far) return -1;
-  return (now_ns - written_ns) / 1'000'000'000;
-}
 
 /// The summary for people: one "name=value" a line.
 inline std::string summary_text(const RunResult& run, const ReportPaths& paths, std::int64_t input_age_seconds) {

@@ -1,9 +1,12 @@
 #pragma once
 // Part of vq_verify_stream_file_xcorr: file-local throughout.
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <ostream>
 
 #include "verify/report.hpp"
@@ -16,32 +19,45 @@ namespace {
 class PlotScale {
  public:
   explicit PlotScale(const orvo::timing::XcorrHistogram& histogram)
-      : first_ps_(static_cast<std::uint64_t>(histogram.bin_center_ps.front())),
-        span_ps_(static_cast<std::uint64_t>(histogram.bin_center_ps.back()) - first_ps_),
-        most_(histogram.peak().count > 0 ? static_cast<std::uint64_t>(histogram.peak().count) : 1) {}
+      : first_ps_(histogram.bin_center_ps.front()),
+        span_ps_(difference(histogram.bin_center_ps.back(), first_ps_)),
+        most_(std::max<std::int64_t>(histogram.peak().count, 1)) {}
 
-  std::int32_t x(std::int64_t delay_ps) const { return x_of(static_cast<std::uint64_t>(delay_ps) - first_ps_); }
-  std::int32_t height(std::uint64_t count) const {
-    return static_cast<std::int32_t>(static_cast<double>(count) / static_cast<double>(most_) * 270.0 + 0.5);
+  std::int32_t x(std::int64_t delay_ps) const { return x_of(difference(delay_ps, first_ps_)); }
+  std::int32_t height(std::int64_t count) const {
+    return truncated(static_cast<double>(count) / static_cast<double>(most_) * 270.0 + 0.5);
   }
 
-  /// Quarter `k` (0 to 4) of the axis. Sums are modulo 2^64: the widest spans reach past it.
-  std::int64_t x_tick_ps(std::uint64_t k) const { return static_cast<std::int64_t>(first_ps_ + tick_step_ps(k)); }
-  std::int32_t x_tick(std::uint64_t k) const { return x_of(tick_step_ps(k)); }
-  std::uint64_t y_tick_count(std::uint64_t k) const { return k * most_ / 4; }
+  /// Quarter `k` (0 to 4) of each axis.
+  std::int64_t x_tick_ps(std::int64_t k) const { return difference(quarter(span_ps_, k), difference(0, first_ps_)); }
+  std::int32_t x_tick(std::int64_t k) const { return x_of(quarter(span_ps_, k)); }
+  std::int64_t y_tick_count(std::int64_t k) const { return quarter(most_, k); }
 
  private:
-  std::uint64_t tick_step_ps(std::uint64_t k) const { return k * span_ps_ / 4; }
-  std::int32_t x_of(std::uint64_t from_first_ps) const {
-    if (span_ps_ == 0) return 70;
-    return 70 + static_cast<std::int32_t>(static_cast<double>(from_first_ps) / static_cast<double>(span_ps_) * 810.0 +
-                                          0.5);
+  // Histograms near the ends of 64 bits wrap around.
+  static std::int64_t difference(std::int64_t to, std::int64_t from) {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(from));
+  }
+  static std::int64_t quarter(std::int64_t whole, std::int64_t k) {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(k) * static_cast<std::uint64_t>(whole)) / 4;
+  }
+  static std::int32_t truncated(double value) { return static_cast<std::int32_t>(std::clamp(value, -2e9, 2e9)); }
+  std::int32_t x_of(std::int64_t from_first_ps) const {
+    if (span_ps_ <= 0) return 70;
+    return 70 + truncated(static_cast<double>(from_first_ps) / static_cast<double>(span_ps_) * 810.0 + 0.5);
   }
 
-  std::uint64_t first_ps_;
-  std::uint64_t span_ps_;
-  std::uint64_t most_;
+  std::int64_t first_ps_;
+  std::int64_t span_ps_;
+  std::int64_t most_;
 };
+
+/// The RMS in the title: whole picoseconds, and 0 for what is no number.
+inline std::int64_t rounded_ps(double rms_ps) {
+  constexpr double kBeyond = 0x1p63;
+  if (std::isnan(rms_ps)) return 0;
+  return rms_ps + 0.5 < kBeyond ? static_cast<std::int64_t>(rms_ps + 0.5) : std::numeric_limits<std::int64_t>::max();
+}
 
 // clang-format off: one source line for each line of the plot.
 inline void write_svg_axes(std::ostream& out, const RunResult& run, const PlotScale& scale) {
@@ -49,7 +65,7 @@ inline void write_svg_axes(std::ostream& out, const RunResult& run, const PlotSc
          "\n"
       << R"(<line x1="70" y1="40" x2="70" y2="310" stroke="black"/>)"
          "\n";
-  for (std::uint64_t k = 0; k <= 4; ++k) {
+  for (std::int64_t k = 0; k <= 4; ++k) {
     const std::int32_t x = scale.x_tick(k);
     out << R"(<line x1=")" << x << R"(" y1="310" x2=")" << x
         << R"(" y2="314" stroke="black"/>)"
@@ -58,8 +74,8 @@ inline void write_svg_axes(std::ostream& out, const RunResult& run, const PlotSc
   }
   out << R"(<text x="475" y="352" text-anchor="middle">delta t (ps, ch)" << run.channel_b << " - ch" << run.channel_a
       << ", offset removed)</text>\n";
-  for (std::uint64_t k = 0; k <= 4; ++k) {
-    const std::uint64_t count = scale.y_tick_count(k);
+  for (std::int64_t k = 0; k <= 4; ++k) {
+    const std::int64_t count = scale.y_tick_count(k);
     const std::int32_t y = 310 - scale.height(count);
     out << R"(<line x1="66" y1=")" << y << R"(" x2="70" y2=")" << y
         << R"(" stroke="black"/>)"
@@ -75,10 +91,9 @@ inline void write_svg_axes(std::ostream& out, const RunResult& run, const PlotSc
 inline void write_svg_bars(std::ostream& out, const orvo::timing::XcorrHistogram& histogram, const PlotScale& scale) {
   const auto bins = static_cast<std::int32_t>(histogram.bin_center_ps.size());
   const std::int32_t width = std::max(810 / bins - 1, 1);
-  for (std::size_t i = 0; i < histogram.counts.size(); ++i) {
-    const std::int32_t height =
-        histogram.counts[i] > 0 ? scale.height(static_cast<std::uint64_t>(histogram.counts[i])) : 0;
-    if (height == 0) continue;
+  for (std::size_t i = 0; i < std::min(histogram.counts.size(), histogram.bin_center_ps.size()); ++i) {
+    const std::int32_t height = scale.height(histogram.counts[i]);
+    if (height <= 0) continue;
     out << R"(<rect x=")" << scale.x(histogram.bin_center_ps[i]) - width / 2 << R"(" y=")" << 310 - height
         << R"(" width=")" << width << R"(" height=")" << height << R"(" fill="steelblue"/>)"
         << "\n";
@@ -95,7 +110,7 @@ inline void write_svg(const std::filesystem::path& path, const RunResult& run) {
   }
   const PlotScale scale(run.histogram);
   const orvo::timing::XcorrPeak peak = run.histogram.peak();
-  const auto rms_ps = static_cast<std::int64_t>(run.histogram.rms_ps() + 0.5);
+  const auto rms_ps = rounded_ps(run.histogram.rms_ps());
   const std::int32_t peak_x = scale.x(peak.center_ps);
   // clang-format off: one source line for each line of the plot.
   out << R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 900 360" font-family="sans-serif" font-size="11">)"

@@ -56,11 +56,11 @@ inline int verify(int argc, char** argv, std::ostream& out, std::ostream& err) {
 
   orvo::timing::StreamFileReader reader;
   reader.open(input.string());
-  CollectedTags tags = collect_tags(reader, config.max_tags);
+  orvo::timing::ChannelTimes times = collect_tags(reader, config.max_tags);
   RunResult run;
   run.source = input;
   run.header = reader.header();
-  analyse_and_report(std::move(run), config, std::move(tags), output_prefix, out);
+  analyse_and_report(std::move(run), config, std::move(times), output_prefix, out);
   return kExitDone;
 }
 

@@ -1,4 +1,5 @@
 #pragma once
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
@@ -35,6 +36,8 @@ class StreamFileWriter {
 
  private:
   static constexpr std::size_t kBufferBytes = std::size_t{1} << 20;
+  // A stream writes pieces from 1 KiB on past its buffer.
+  static constexpr std::size_t kPieceBytes = 512;
 
   std::vector<char> buffer_;  // declared before the stream, which writes it out when it is destroyed
   std::ofstream file_;
@@ -68,7 +71,10 @@ inline void StreamFileWriter::write(const void* data, std::size_t size) {
   if (!file_) throw Error("StreamFileWriter: not open", kNotOpen);
   if (size == 0) return;
   if (data == nullptr) throw Error("StreamFileWriter: null data", kInvalidArgument);
-  file_.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+  const char* const bytes = static_cast<const char*>(data);
+  for (std::size_t done = 0; done < size && file_; done += kPieceBytes) {
+    file_.write(bytes + done, static_cast<std::streamsize>(std::min(kPieceBytes, size - done)));
+  }
   if (!file_) throw Error("StreamFileWriter: payload write failed", kFileFailure);
   payload_bytes_ += size;
   file_bytes_ += size;

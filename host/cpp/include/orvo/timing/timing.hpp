@@ -1,5 +1,6 @@
 #pragma once
 // The whole library: write, read and correlate time-tag stream captures.
+#include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/offset_estimate.hpp"
 #include "orvo/timing/stream_decoder.hpp"

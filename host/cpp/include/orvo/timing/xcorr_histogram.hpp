@@ -56,8 +56,7 @@ inline double weighted_mean_ps(const XcorrHistogram& histogram) {
   return total > 0 ? static_cast<double>(sum / total) : 0.0;
 }
 
-/// Bins without counts. Throws the standard library's exceptions for more bins than a vector or the memory can hold,
-/// and for centres outside 64 bits.
+/// Bins without counts. Throws the standard library's exceptions for more bins than a vector or the memory can hold.
 inline XcorrHistogram empty_histogram(const XcorrWindow& window) {
   const BinLayout layout(window);
   XcorrHistogram histogram;
@@ -84,7 +83,7 @@ inline double XcorrHistogram::rms_ps() const {
     const auto count = static_cast<long double>(counts[i]);
     const long double distance = static_cast<long double>(bin_center_ps[i]) - mean;
     total += count;
-    squares += count * distance * distance;
+    squares += count * (distance * distance);
   }
   return total > 0 ? static_cast<double>(std::sqrt(squares / total)) : 0.0;
 }

@@ -22,8 +22,9 @@ inline constexpr std::uint64_t kSmallRestPs = 10'000'000'000;
 /// True when a counter of the given period went from `previous` to `now` through its wrap: a step back of strictly
 /// more than half a period. Smaller steps back are tags out of order.
 constexpr bool wrapped(std::uint64_t previous, std::uint64_t now, std::uint64_t period) {
-  return now < previous && previous - now > period / 2;
+  return static_cast<std::int64_t>(previous - now) > static_cast<std::int64_t>(period / 2);
 }
+static_assert(!wrapped(0, kDevicePeriodPs - 1, kDevicePeriodPs));
 
 /// Unwrapped time as a reference for unsigned arithmetic: times before zero count as zero.
 constexpr std::uint64_t reference_ps(std::int64_t time_ps) {

@@ -7,7 +7,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <limits>
+#include <span>
 
 #include "orvo/timing/detail/packed_alignment.hpp"
 #include "orvo/timing/detail/packed_debug_log.hpp"
@@ -228,6 +228,83 @@ inline bool lock_is_imbalanced(StreamDecoder& decoder, const PackedRules& rules,
   return true;
 }
 
+/// The records of a chunk.
+class PackedRecords {
+ public:
+  PackedRecords(const StreamDecoder& decoder, PackedLayout layout)
+      : layout_(layout), bytes_(decoder.pending_bytes.bytes()), first_bit_(decoder.bit_offset) {
+    const std::uint64_t bits = 8 * std::uint64_t{bytes_.size()};
+    size_ = first_bit_ < bits ? (bits - first_bit_) / layout_.width() : 0;
+    const std::uint64_t whole_loads = bits >= 64 ? bits - 64 : 0;
+    fast_size_ = first_bit_ < whole_loads ? std::min(size_, (whole_loads - first_bit_) / layout_.width()) : 0;
+  }
+
+  std::uint64_t size() const { return size_; }
+  PackedRecord operator[](std::uint64_t index) const {
+    return packed_record(bit_field(bytes_.data(), bytes_.size(), position(index), layout_.width()), layout_);
+  }
+
+  /// Records up to here can be had from `fast`, which loads 8 bytes without looking where the chunk ends.
+  std::uint64_t fast_size() const { return fast_size_; }
+  PackedRecord fast(std::uint64_t index) const {
+    const std::uint64_t bit = position(index);
+    return packed_record(load_be64(bytes_.data() + bit / 8) << (bit % 8) >> (64 - layout_.width()), layout_);
+  }
+
+ private:
+  std::uint64_t position(std::uint64_t index) const { return first_bit_ + index * layout_.width(); }
+
+  PackedLayout layout_;
+  std::span<const std::uint8_t> bytes_;
+  std::uint64_t first_bit_;
+  std::uint64_t size_ = 0;
+  std::uint64_t fast_size_ = 0;
+};
+
+/// The fast path: decodes overflow records, and data records that only chain on their channel's last time, up to the
+/// first record that is anything else, and returns its index.
+template <class Sink>
+std::uint64_t take_plain_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
+                                 std::uint64_t k, ChannelCounts& emitted, Sink& sink) {
+  if (decoder.pk_sync_left > 0) return k;
+  // No step back, no wrap step, not implausible: what is left of the rules is adding up.
+  const std::uint64_t longest_ps = std::min({rules.modulus / 2, rules.wrap_step, kImplausiblePs});
+  std::array<bool, kChannels> chains{};
+  for (unsigned c = 0; c < kChannels; ++c) {
+    chains[c] = is_active(rules.active, c) && decoder.pk_has_time[c] &&
+                decoder.pk_anchor_channel != static_cast<std::int32_t>(c);
+  }
+  std::array<std::int64_t, kChannels> last_ps = decoder.pk_last_time;
+  std::array<std::uint64_t, kChannels> overflow = decoder.pk_overflow;
+  std::array<std::uint64_t, kChannels> last_gap_ps = decoder.pk_last_delta;
+  ChannelCounts taken{};
+  for (; k < records.fast_size(); ++k) {
+    const auto [c, flag, payload] = records.fast(k);
+    if (!chains[c]) break;
+    if (flag) {
+      if (payload == rules.layout.all_ones()) break;
+      overflow[c] += payload;
+      continue;
+    }
+    const std::uint64_t gap_ps = ((overflow[c] << rules.layout.delta_bits) + payload) << rules.quantum_shift;
+    if (gap_ps > longest_ps) break;
+    overflow[c] = 0;
+    last_ps[c] = advanced(last_ps[c], gap_ps);
+    last_gap_ps[c] = gap_ps;
+    ++taken[c];
+    sink.add(c, last_ps[c]);
+  }
+  decoder.pk_overflow = overflow;
+  decoder.pk_last_delta = last_gap_ps;
+  for (unsigned c = 0; c < kChannels; ++c) {
+    if (taken[c] == 0) continue;
+    emitted[c] += taken[c];
+    decoder.pk_last_time[c] = decoder.pk_emitted_time[c] = last_ps[c];
+    decoder.pk_has_emitted[c] = true;
+  }
+  return k;
+}
+
 /// Decodes the whole records of the pending bytes, up to and including the first that costs the lock.
 template <class Sink>
 void decode_packed_delta(StreamDecoder& decoder, Sink& sink) {
@@ -235,32 +312,32 @@ void decode_packed_delta(StreamDecoder& decoder, Sink& sink) {
   const PackedRules rules(decoder);
   if (!decoder.packed_locked && !lock_packed_alignment(decoder, rules.layout)) return;
 
-  const std::uint32_t width = rules.layout.width();
-  const ByteQueue& bytes = decoder.pending_bytes;
-  const std::uint64_t bits = std::uint64_t{bytes.size()} * 8;
-  if (decoder.bit_offset >= bits || bits - decoder.bit_offset < width) return;
-  const std::uint64_t records = (bits - decoder.bit_offset) / width;
-  sink.begin_chunk(static_cast<std::size_t>(records));
-
+  const PackedRecords records(decoder, rules.layout);
+  if (records.size() == 0) return;
+  sink.begin_chunk(static_cast<std::size_t>(records.size()));
   ChannelCounts emitted{};
-  std::uint64_t position = decoder.bit_offset;
-  for (std::uint64_t k = 0; k < records; ++k, position += width) {
-    const PackedRecord record = packed_record(bit_field(bytes.data(), bytes.size(), position, width), rules.layout);
-    const PackedStep step = take_packed_record(decoder, rules, {record, k}, records);
+  for (std::uint64_t k = 0;; ++k) {
+    k = take_plain_records(decoder, rules, records, k, emitted, sink);
+    if (k == records.size()) break;
+    const PackedRecord record = records[k];
+    const PackedStep step = take_packed_record(decoder, rules, {record, k}, records.size());
     if (step == PackedStep::emitted) {
       ++emitted[record.channel];
       sink.add(record.channel, decoder.pk_last_time[record.channel]);
     } else if (step == PackedStep::dropped) {
+      sink.end_chunk();
       decoder.consume_packed_records(k + 1);
       decoder.drop_packed_lock();
       return;
     }
   }
-  const bool imbalanced = lock_is_imbalanced(decoder, rules, emitted, records);
-  decoder.consume_packed_records(records);
+  const bool imbalanced = lock_is_imbalanced(decoder, rules, emitted, records.size());
+  decoder.consume_packed_records(records.size());
   if (imbalanced) {
     decoder.drop_packed_lock();
     sink.discard_chunk();
+  } else {
+    sink.end_chunk();
   }
 }
 

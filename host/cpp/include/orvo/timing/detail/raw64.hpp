@@ -47,13 +47,26 @@ struct Raw64CoarseFineWord {
 static_assert(Raw64CoarseFineWord{0x34B8'6000'0000'2001}.is_record());
 static_assert(Raw64CoarseFineWord{0x34B8'6000'0000'2001}.count() == 1);
 
+/// Unwrapping of one channel.
+struct Raw64Unwrap {
+  std::uint64_t previous;
+  std::uint64_t epoch;
+};
+
 /// Decodes every record of the pending bytes. What is no record is skipped byte by byte; at most 7 bytes stay
 /// pending.
 template <class Word, class Sink>
 void scan_raw64(StreamDecoder& decoder, Sink& sink) {
   const std::uint8_t* at = decoder.pending_bytes.begin();
   const std::uint8_t* const end = decoder.pending_bytes.end();
-  sink.begin_chunk(static_cast<std::size_t>(end - at) / 8);
+  const std::int64_t* const fine_ps = decoder.fine_table_ps.data();
+  // Local: stores through the sink could change the decoder's own numbers, for all the compiler knows.
+  std::array<Raw64Unwrap, kChannels> unwrap;
+  for (unsigned c = 0; c < kChannels; ++c) {
+    unwrap[c] = {decoder.raw64_prev_valid[c] ? decoder.raw64_prev[c] : 0, decoder.raw64_epoch[c]};
+  }
+  unsigned seen = 0;
+  sink.begin_chunk(decoder.pending_bytes.size() / 8);
   while (end - at >= 8) {
     const Word word{load_be64(at)};
     if (!word.is_record()) {
@@ -63,12 +76,17 @@ void scan_raw64(StreamDecoder& decoder, Sink& sink) {
     at += 8;
     const unsigned c = word.channel();
     const std::uint64_t count = word.count();
-    if (decoder.raw64_prev_valid[c] && wrapped(decoder.raw64_prev[c], count, Word::kPeriod)) {
-      decoder.raw64_epoch[c] += Word::kPeriod;
-    }
-    decoder.raw64_prev[c] = count;
+    if (wrapped(unwrap[c].previous, count, Word::kPeriod)) unwrap[c].epoch += Word::kPeriod;
+    unwrap[c].previous = count;
+    seen |= 1u << c;
+    sink.add(c, word.time_ps(count + unwrap[c].epoch, fine_ps));
+  }
+  sink.end_chunk();
+  for (unsigned c = 0; c < kChannels; ++c) {
+    if ((seen >> c & 1) == 0) continue;
     decoder.raw64_prev_valid[c] = true;
-    sink.add(c, word.time_ps(count + decoder.raw64_epoch[c], decoder.fine_table_ps.data()));
+    decoder.raw64_prev[c] = unwrap[c].previous;
+    decoder.raw64_epoch[c] = unwrap[c].epoch;
   }
   decoder.pending_bytes.consume(static_cast<std::size_t>(at - decoder.pending_bytes.begin()));
 }

@@ -1,7 +1,8 @@
 #pragma once
-// Where decoders put tags. A sink has three operations:
-//   begin_chunk(most)   up to `most` tags follow; remember this point
+// Where decoders put tags. A sink has four operations:
+//   begin_chunk(most)   up to `most` tags of one read follow
 //   add(channel, time)  one tag, channel 0 to 3
+//   end_chunk()         that was all of them, or instead
 //   discard_chunk()     forget every tag since begin_chunk
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +19,7 @@ class TagList {
 
   void begin_chunk(std::size_t) { chunk_begin_ = tags_.size(); }
   void add(unsigned channel, std::int64_t time_ps) { tags_.push_back({static_cast<std::uint8_t>(channel), time_ps}); }
+  void end_chunk() {}
   void discard_chunk() { tags_.resize(chunk_begin_); }
 
  private:
