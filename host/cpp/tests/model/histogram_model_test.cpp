@@ -1,0 +1,62 @@
+// The model of histogram and offset estimate, held to numbers worked out by hand.
+#include "model/histogram_model.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace orvo::test::model {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+
+TEST(HistogramModel, EstimatesTheOffset) {
+  EXPECT_TRUE(estimate_offset({0, 1000}, {10, 1013}) == 13);
+  EXPECT_TRUE(estimate_offset({100}, {110, 90}) == 10);
+  EXPECT_TRUE(estimate_offset({100}, {95, 110}) == -5);
+  EXPECT_TRUE(estimate_offset({500}, {100, 200}) == -300);
+  EXPECT_TRUE(estimate_offset({}, {1}) == 0);
+  EXPECT_TRUE(estimate_offset({1}, {}) == 0);
+  EXPECT_TRUE(estimate_offset({kMin}, {kMax}) == (Wide{1} << 64) - 1);
+}
+
+TEST(HistogramModel, SamplesAtMost4000Events) {
+  // b lies i ps above a[i] = 1000000 * i, so sample i gives the difference i.
+  const auto samples = [](std::int64_t events) {
+    Times a, b;
+    for (std::int64_t i = 0; i < events; ++i) a.push_back(1'000'000 * i);
+    for (std::int64_t i = 0; i < events; ++i) b.push_back(1'000'001 * i);
+    return offset_samples(a, b);
+  };
+  EXPECT_EQ(samples(4500).size(), 4000U);
+  EXPECT_TRUE(samples(4500).back() == 3999);
+  EXPECT_EQ(samples(10'000).size(), 4000U);
+  EXPECT_TRUE(samples(10'000).back() == 7998);
+  EXPECT_EQ(samples(3999).size(), 3999U);
+}
+
+TEST(HistogramModel, LaysOutAnOddNumberOfBins) {
+  EXPECT_TRUE(number_of_bins(5000, 8) == 1251);
+  EXPECT_TRUE(number_of_bins(10, 8) == 3);
+  EXPECT_TRUE(number_of_bins(8, 8) == 3);
+  EXPECT_TRUE(number_of_bins(8, 16) == 1);
+  EXPECT_TRUE(number_of_bins(0, 8) == 1);
+  EXPECT_TRUE(number_of_bins(kMax, 1) == (Wide{1} << 64) - 1);
+  EXPECT_THAT(histogram({}, {}, 10, 8, 0).centers, ElementsAre(-8, 0, 8));
+  EXPECT_FALSE(histogram({}, {}, kMax, kMax / 2 + 2, 0).centers_fit);
+}
+
+TEST(HistogramModel, RoundsHalvesOutwards) {
+  EXPECT_THAT(histogram({0}, {4, 3, -3, -4, -12}, 12, 8, 0).counts, ElementsAre(1, 2, 1));
+  EXPECT_THAT(histogram({0}, {-2, -1, 0, 1, 2, 4, 5}, 4, 3, 0).counts, ElementsAre(1, 3, 2));
+  EXPECT_THAT(histogram({100, 100}, {90, 101, 110, 111}, 10, 20, 0).counts, ElementsAre(2));
+  EXPECT_THAT(histogram({kMin}, {kMax}, 2, 4, kMax).counts, ElementsAre(0));
+  EXPECT_THAT(histogram({-1}, {kMax}, 2, 4, kMax).counts, ElementsAre(1));
+}
+
+}  // namespace
+}  // namespace orvo::test::model

@@ -1,0 +1,94 @@
+#include "simulate/settings_rules.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "simulate/command_line.hpp"
+
+namespace {
+
+std::string verdict(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "a.tagcap");
+  try {
+    check_settings(settings_from(arguments));
+  } catch (const UsageError& error) {
+    return error.what();
+  }
+  return "fine";
+}
+
+TEST(SettingsRules, AcceptWhatIsUsual) {
+  EXPECT_EQ(verdict({}), "fine");
+}
+
+TEST(SettingsRules, AskForAFile) {
+  EXPECT_THROW(check_settings(settings_from({})), UsageError);
+  EXPECT_THROW(check_settings(settings_from({"--out="})), UsageError);
+  try {
+    check_settings(settings_from({}));
+  } catch (const UsageError& error) {
+    EXPECT_STREQ(error.what(), "no file given: name the capture to write, or --out (--help tells more)");
+  }
+}
+
+TEST(SettingsRules, WantPairsOfActiveChannels) {
+  EXPECT_EQ(verdict({"--channels=1", "--pair-rate=5000"}),
+            "--pair-rate: pairs need two active channels (--channels)");
+  EXPECT_EQ(verdict({"--channels=1"}), "fine");
+  EXPECT_EQ(verdict({"--pair-channels=0,3"}), "--pair-channels: channel 3 is not active (--channels)");
+  EXPECT_EQ(verdict({"--pair-channels=2,1"}), "--pair-channels: channel 2 is not active (--channels)");
+  EXPECT_EQ(verdict({"--channels=0,1,2,3", "--pair-channels=0,3"}), "fine");
+}
+
+TEST(SettingsRules, WantChannelsThatClickOftenOrNever) {
+  EXPECT_EQ(verdict({"--rate=99", "--pair-rate=0"}),
+            "--rate, --pair-rate: channel 0 would click 99 times per second; 0 or at least 100 is needed");
+  EXPECT_EQ(verdict({"--rate=100,50", "--pair-rate=49"}),
+            "--rate, --pair-rate: channel 1 would click 99 times per second; 0 or at least 100 is needed");
+  EXPECT_EQ(verdict({"--rate=50", "--pair-rate=50"}), "fine");
+  EXPECT_EQ(verdict({"--rate=0,100", "--pair-rate=0"}), "fine");
+}
+
+TEST(SettingsRules, WantOneLengthThatCanBeReached) {
+  EXPECT_EQ(verdict({"--tags=5", "--duration=5s"}), "--tags, --duration: give only one of them");
+  EXPECT_EQ(verdict({"--rate=0", "--pair-rate=0"}), "--tags: no channel ever clicks (--rate, --pair-rate)");
+  EXPECT_EQ(verdict({"--rate=0", "--pair-rate=0", "--tags=0"}), "fine");
+  EXPECT_EQ(verdict({"--rate=0", "--pair-rate=0", "--duration=1s"}), "fine");
+  EXPECT_EQ(verdict({"--rate=100", "--pair-rate=0", "--tags=180000000"}), "fine");
+  EXPECT_EQ(verdict({"--rate=100", "--pair-rate=0", "--tags=180000001"}),
+            "--tags: 180000001 take longer than 900000 s at these rates");
+  // At 100,000,000 per second and 1 ms of dead time, just below 1000 per second are stored.
+  EXPECT_EQ(verdict({"--rate=100000000", "--pair-rate=0", "--dead-time=1ms", "--tags=1800000000"}),
+            "--tags: 1800000000 take longer than 900000 s at these rates");
+}
+
+TEST(SettingsRules, WantPackedRecordsToBeFound) {
+  const std::string encoding = "--encoding=packed_delta";
+  EXPECT_EQ(verdict({encoding, "--rate=0,100", "--pair-rate=0"}),
+            "--rate: of several active channels at least two must click in packed_delta");
+  EXPECT_EQ(verdict({"--encoding=delta32", "--rate=0,100", "--pair-rate=0"}), "fine");
+  EXPECT_EQ(verdict({encoding, "--channels=0,1,2", "--rate=0,100,5000", "--pair-rate=0"}), "fine");
+  EXPECT_EQ(verdict({encoding, "--channels=3"}), "fine");
+}
+
+TEST(SettingsRules, WantSimilarRatesInPackedInternalMode) {
+  const std::string uneven =
+      "--rate: in packed_delta of internal mode the highest rate of an active channel, pairs included, is at most "
+      "1.5 "
+      "times the lowest";
+  const auto internal = [](const std::string& rates, const std::string& pair_rate) {
+    return verdict({"--encoding=packed_delta", "--mode=internal", "--channels=0,1,2", "--rate=" + rates,
+                    "--pair-rate=" + pair_rate});
+  };
+  EXPECT_EQ(internal("1000,1000,1500", "0"), "fine");
+  EXPECT_EQ(internal("1000,1000,1501", "0"), uneven);
+  EXPECT_EQ(internal("1000,1000,1000", "500"), "fine");
+  EXPECT_EQ(internal("1000,1000,1000", "501"), uneven);
+  EXPECT_EQ(internal("1000,1000,0", "0"), uneven);
+  EXPECT_EQ(verdict({"--encoding=packed_delta", "--mode=external", "--rate=1000,5000"}), "fine");
+  EXPECT_EQ(verdict({"--encoding=raw64", "--mode=internal", "--rate=1000,5000", "--pair-rate=0"}), "fine");
+}
+
+}  // namespace

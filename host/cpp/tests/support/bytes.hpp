@@ -1,0 +1,61 @@
+#pragma once
+// Byte strings, and the words and files that tests build from the capture format by hand.
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvo::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline Bytes bytes(std::initializer_list<int> values) {
+  Bytes out;
+  for (const int value : values) out.push_back(static_cast<std::uint8_t>(value));
+  return out;
+}
+
+inline Bytes text_bytes(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+inline Bytes operator+(Bytes left, const Bytes& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+inline Bytes& operator+=(Bytes& left, const Bytes& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+/// `width` bytes of `value`, most significant first.
+inline Bytes big_endian(std::uint64_t value, int width) {
+  Bytes out;
+  for (int shift = 8 * (width - 1); shift >= 0; shift -= 8) out.push_back(static_cast<std::uint8_t>(value >> shift));
+  return out;
+}
+
+/// `width` bytes of `value`, least significant first.
+inline Bytes little_endian(std::uint64_t value, int width) {
+  Bytes out;
+  for (int shift = 0; shift < 8 * width; shift += 8) out.push_back(static_cast<std::uint8_t>(value >> shift));
+  return out;
+}
+
+/// raw64 record, picosecond form: channel at bit 61, time in bits 43..0.
+inline Bytes ps_record(unsigned channel, std::uint64_t time_ps) {
+  return big_endian(std::uint64_t{channel} << 61 | time_ps, 8);
+}
+
+/// raw64 record, coarse/fine form: channel at bit 61, marker 0xA5C3 at bit 45, coarse count at bit 13, fine code.
+inline Bytes cf_record(unsigned channel, std::uint32_t coarse, unsigned fine) {
+  return big_endian(std::uint64_t{channel} << 61 | std::uint64_t{0xA5C3} << 45 | std::uint64_t{coarse} << 13 | fine, 8);
+}
+
+/// A whole capture file: magic, little-endian header length, header text, payload.
+inline Bytes capture_bytes(std::string_view header_json, const Bytes& payload, std::string_view magic = "TAGCAP1\n") {
+  return text_bytes(magic) + little_endian(header_json.size(), 4) + text_bytes(header_json) + payload;
+}
+
+}  // namespace orvo::test

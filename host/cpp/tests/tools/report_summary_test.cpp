@@ -1,0 +1,201 @@
+#include "verify/report_summary.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <sstream>
+#include <string>
+
+#include "support/failure.hpp"
+#include "support/tool_surroundings.hpp"
+
+namespace {
+
+using namespace orvo::test;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kWarning =
+    "warning=input file is older than one hour; this is not a fresh hardware calibration check\n";
+
+RunResult small_run() {
+  RunResult run;
+  run.source = "/data/run 07.tagcap";
+  run.channel_a = 2;
+  run.channel_b = 0;
+  run.channel_counts = {11, 22, 33, 44};
+  run.decoded_tags = 110;
+  run.histogram = {{-8, 0, 8}, {1, 2, 1}};
+  return run;
+}
+
+TEST(ReportPathsTest, AppendTheirEndingsToTheWholePrefix) {
+  const ReportPaths paths("out/run_01.v2");
+  EXPECT_EQ(paths.csv, "out/run_01.v2.csv");
+  EXPECT_EQ(paths.json, "out/run_01.v2.json");
+  EXPECT_EQ(paths.svg, "out/run_01.v2.svg");
+  EXPECT_EQ(paths.summary, "out/run_01.v2.summary.txt");
+  EXPECT_EQ(ReportPaths("dir/").csv.string(), "dir/.csv");
+}
+
+TEST(SummaryText, IsTheseFourteenLines) {
+  EXPECT_EQ(summary_text(small_run(), ReportPaths("/out/x"), 59),
+            "Orvo timing stream-file cross-correlation verification\n"
+            "mode=offline_existing_file\n"
+            "input=/data/run 07.tagcap\n"
+            "input_age_seconds=59\n"
+            "csv=/out/x.csv\n"
+            "json=/out/x.json\n"
+            "svg=/out/x.svg\n"
+            "decoded_tags=110\n"
+            "ch2=33\n"
+            "ch0=11\n"
+            "coincidences=4\n"
+            "peak_count=2\n"
+            "peak_ps=0\n"
+            "rms_ps=5.7\n");
+}
+
+TEST(SummaryText, WarnsOfAnInputOlderThanAnHourInItsLastLine) {
+  for (const std::int64_t age : {std::int64_t{3601}, std::int64_t{86'400}, std::int64_t{INT64_MAX}}) {
+    EXPECT_THAT(summary_text(small_run(), ReportPaths("x"), age), EndsWith(std::string("rms_ps=5.7\n") + kWarning));
+  }
+  for (const std::int64_t age : {3600, 0, -1, -7200}) {
+    EXPECT_THAT(summary_text(small_run(), ReportPaths("x"), age), EndsWith("rms_ps=5.7\n"));
+  }
+}
+
+TEST(SummaryText, OfAnEmptyCorrelationIsZeroAtTheLowestCentre) {
+  RunResult run = small_run();
+  run.histogram = {{-8, 0, 8}, {0, 0, 0}};
+  EXPECT_THAT(summary_text(run, ReportPaths("x"), -1),
+              EndsWith("coincidences=0\npeak_count=0\npeak_ps=-8\nrms_ps=0.0\n"));
+}
+
+TEST(SummaryText, WritesNumbersPlainly) {
+  RunResult run = small_run();
+  run.decoded_tags = UINT64_MAX;
+  run.channel_counts = {UINT64_MAX, 0, 1'000'000, 0};
+  run.histogram = {{-3'000'000'000'000, -1'000'000'000'000}, {1, 1}};
+  const std::string text = summary_text(run, ReportPaths("x"), -1'000'000);
+  EXPECT_THAT(text, HasSubstr("input_age_seconds=-1000000\n"));
+  EXPECT_THAT(text, HasSubstr("decoded_tags=18446744073709551615\nch2=1000000\nch0=18446744073709551615\n"));
+  EXPECT_THAT(text, EndsWith("peak_ps=-3000000000000\nrms_ps=1000000000000.0\n"));
+}
+
+class ReportSummary : public ToolSurroundings {
+ protected:
+  ReportSummary() {
+    write_file(paths_.csv, "csv");
+    write_file(paths_.json, "json");
+    write_file(paths_.svg, "svg");
+    write_file(cwd() / "in.tagcap", "capture");
+    run_.source = cwd() / "in.tagcap";
+  }
+  /// The console's text.
+  std::string write() {
+    std::ostringstream out;
+    write_summary(run_, paths_, out);
+    return out.str();
+  }
+  static std::string latest(const char* name) { return read_file(output_root_of_tests() / name); }
+
+  ReportPaths paths_{cwd() / "deep/er/x"};
+  RunResult run_ = small_run();
+};
+
+TEST_F(ReportSummary, AgeIsInWholeSecondsCutTowardsZero) {
+  set_age(run_.source, 10'500ms);
+  EXPECT_EQ(file_age_seconds(run_.source), 10);
+  set_age(run_.source, -10'500ms);
+  EXPECT_EQ(file_age_seconds(run_.source), -10);
+  set_age(run_.source, -500ms);
+  EXPECT_EQ(file_age_seconds(run_.source), 0);
+  EXPECT_EQ(file_age_seconds(cwd() / "missing"), -1);
+}
+
+TEST_F(ReportSummary, OfAnHourIsNotWarnedOfAndASecondMoreIs) {
+  set_age(run_.source, 3600s);
+  EXPECT_THAT(write(), HasSubstr("input_age_seconds=3600\n"));
+  EXPECT_THAT(read_file(paths_.summary), Not(HasSubstr("warning")));
+  set_age(run_.source, 3601s);
+  EXPECT_THAT(write(), HasSubstr(std::string(kWarning) + "latest_plot="));
+  EXPECT_THAT(read_file(paths_.summary), EndsWith(kWarning));
+  EXPECT_THAT(latest("latest_summary.txt"), EndsWith(kWarning));
+}
+
+TEST_F(ReportSummary, ConsoleShowsTheSummaryAndTheTwoLatestPaths) {
+  const std::string console = write();
+  const std::string summary = read_file(paths_.summary);
+  EXPECT_EQ(console, summary + "latest_plot=" + (output_root_of_tests() / "latest.svg").string() +
+                         "\nlatest_summary=" + (output_root_of_tests() / "latest_summary.txt").string() + "\n");
+  EXPECT_EQ(summary, summary_text(run_, paths_, file_age_seconds(run_.source)));
+}
+
+TEST_F(ReportSummary, LatestFilesAreCopiesAndALauncherOfTwoLines) {
+  write();
+  EXPECT_EQ(latest("latest.csv"), "csv");
+  EXPECT_EQ(latest("latest.json"), "json");
+  EXPECT_EQ(latest("latest.svg"), "svg");
+  EXPECT_EQ(latest("latest_summary.txt"), read_file(paths_.summary));
+  EXPECT_EQ(latest("open_latest_plot.bat"), "@echo off\r\nstart \"\" \"%~dp0latest.svg\"\r\n");
+}
+
+TEST_F(ReportSummary, ASecondRunReplacesAllLatestFiles) {
+  write();
+  for (const fs::path& path : {paths_.csv, paths_.json, paths_.svg}) write_file(path, "second");
+  write_file(output_root_of_tests() / "open_latest_plot.bat", "something else");
+  run_.decoded_tags = 7;
+  write();
+  for (const char* name : {"latest.csv", "latest.json", "latest.svg"}) EXPECT_EQ(latest(name), "second") << name;
+  EXPECT_THAT(latest("latest_summary.txt"), HasSubstr("decoded_tags=7\n"));
+  EXPECT_EQ(latest("open_latest_plot.bat"), "@echo off\r\nstart \"\" \"%~dp0latest.svg\"\r\n");
+}
+
+TEST_F(ReportSummary, ACopyThatFailsKeepsTheOlderFileSilently) {
+  write();
+  fs::remove(paths_.json);
+  write_file(paths_.svg, "second");
+  EXPECT_EQ(failure_of([&] { write(); }), "nothing thrown");
+  EXPECT_EQ(latest("latest.json"), "json");
+  EXPECT_EQ(latest("latest.svg"), "second");
+}
+
+TEST_F(ReportSummary, APrefixNamedLatestInTheOutputRootKeepsItsFiles) {
+  paths_ = ReportPaths(output_root_of_tests() / "latest");
+  for (const fs::path& path : {paths_.csv, paths_.json, paths_.svg}) write_file(path, "itself");
+  EXPECT_EQ(failure_of([&] { write(); }), "nothing thrown");
+  for (const char* name : {"latest.csv", "latest.json", "latest.svg"}) EXPECT_EQ(latest(name), "itself") << name;
+}
+
+TEST_F(ReportSummary, AMissingCaptureHasAnAgeOfMinusOneAndNoWarning) {
+  run_.source = cwd() / "missing.tagcap";
+  const std::string console = write();
+  EXPECT_THAT(console, HasSubstr("input_age_seconds=-1\n"));
+  EXPECT_THAT(console, Not(HasSubstr("warning")));
+}
+
+TEST_F(ReportSummary, SummaryFilesThatCannotBeOpenedAreErrors) {
+  fs::create_directories(output_root_of_tests() / "open_latest_plot.bat");
+  EXPECT_EQ(failure_of([&] { write(); }), "could not open text output (code -2)");
+  fs::remove(output_root_of_tests() / "latest_summary.txt");
+  fs::create_directories(output_root_of_tests() / "latest_summary.txt");
+  EXPECT_EQ(failure_of([&] { write(); }), "could not open text output (code -2)");
+  fs::remove(paths_.summary);
+  fs::create_directories(paths_.summary);
+  EXPECT_EQ(failure_of([&] { write(); }), "could not open text output (code -2)");
+}
+
+TEST_F(ReportSummary, AnOutputRootThatCannotBeCreatedIsTheStandardError) {
+  write_file(product_root_of_tests() / "logs", "a file where the directory should be");
+  EXPECT_EQ(failure_of([&] { write(); }), "filesystem_error");
+  EXPECT_TRUE(fs::exists(paths_.summary));
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+#pragma once
+// Part of vq_simulate_stream_file: file-local throughout.
+// What a histogram of the coincidences looks like, by calculation.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "simulate/coincidences.hpp"
+#include "simulate/settings.hpp"
+
+namespace {
+
+inline constexpr double kPi = 3.14159265358979323846;
+
+/// Standard deviation of the stored difference of a pair whose tags both lie on a grid of `step_ps`.
+///
+/// A difference that falls between two multiples of the step is stored as one or the other, the nearer one more
+/// often: at a fraction f of the step that adds f (1 - f) steps squared to the variance. This is its mean over the
+/// jitter, as a Fourier series: 1/6 less the sum of cos(2 pi k f) exp(-2 (pi k jitter / step)^2) / (pi k)^2.
+inline double pair_sigma_ps(const PairSettings& pairs, double step_ps) {
+  const double delay_steps = static_cast<double>(pairs.delay_ps) / step_ps;
+  const double fraction = delay_steps - std::floor(delay_steps);
+  if (pairs.jitter_ps == 0) return std::sqrt(fraction * (1 - fraction)) * step_ps;
+  const auto jitter_ps = static_cast<double>(pairs.jitter_ps);
+  const double turn = 2 * kPi * fraction;
+  double steps2 = 1.0 / 6;
+  for (int k = 1; k <= 1'000; ++k) {
+    const double width = kPi * k * jitter_ps / step_ps;
+    steps2 -= std::cos(turn * k) * std::exp(-2 * width * width) / (kPi * kPi * k * k);
+  }
+  return std::sqrt(jitter_ps * jitter_ps + std::max(steps2, 0.0) * step_ps * step_ps);
+}
+
+/// Pairs that are stored with a difference within the range of the delay, when no dead time takes any.
+inline double pairs_in_range(const PairSettings& pairs, double sigma_ps, double length_ps) {
+  const double range_sigmas = static_cast<double>(pairs.range_ps) / std::max(sigma_ps, 1e-3);
+  return static_cast<double>(pairs.rate_hz) * 1e-12 * length_ps * std::erf(range_sigmas / std::sqrt(2.0));
+}
+
+/// Coincidences of tags that have nothing to do with each other: evenly spread over the range.
+inline double accidentals(double tags_a, double tags_b, std::int64_t range_ps, double length_ps) {
+  return length_ps > 0 ? tags_a * tags_b * static_cast<double>(2 * range_ps + 1) / length_ps : 0;
+}
+
+/// A histogram of pairs with some accidentals.
+struct ExpectedHistogram {
+  double rms_ps = 0;
+  double rms_error_ps = 0;  ///< standard deviation from one seed to another
+  double mean_error_ps = 0;
+};
+
+/// `accidental`: how many of the `count` coincidences are accidental.
+inline ExpectedHistogram expected_histogram(double count, double accidental, double sigma_ps, std::int64_t range_ps) {
+  if (count < 1) return {};
+  const auto range = static_cast<double>(range_ps);
+  const double flat = std::min(accidental / count, 1.0);
+  const double variance = (1 - flat) * sigma_ps * sigma_ps + flat * range * range / 3;
+  const double fourth = (1 - flat) * 3 * std::pow(sigma_ps, 4) + flat * std::pow(range, 4) / 5;
+  ExpectedHistogram expected;
+  expected.rms_ps = std::sqrt(variance);
+  expected.mean_error_ps = std::sqrt(variance / count);
+  if (variance == 0) return {};
+  expected.rms_error_ps = std::sqrt(std::max(fourth - variance * variance, 0.0) / (4 * variance * count));
+  return expected;
+}
+
+}  // namespace

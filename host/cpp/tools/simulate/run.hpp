@@ -1,0 +1,114 @@
+#pragma once
+// Part of vq_simulate_stream_file: file-local throughout.
+#include <exception>
+#include <ostream>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "orvo/timing/error.hpp"
+#include "orvo/timing/stream_file_header.hpp"
+#include "simulate/answer.hpp"
+#include "simulate/capture_file.hpp"
+#include "simulate/command_line.hpp"
+#include "simulate/damage.hpp"
+#include "simulate/delta32_encoder.hpp"
+#include "simulate/help_text.hpp"
+#include "simulate/packed_encoder.hpp"
+#include "simulate/progress.hpp"
+#include "simulate/raw64_encoder.hpp"
+#include "simulate/settings_rules.hpp"
+#include "simulate/simulation.hpp"
+#include "simulate/start_check.hpp"
+
+namespace {
+
+constexpr int kExitDone = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitBadOptions = 64;
+
+/// Where a run tells what it does.
+struct Console {
+  std::ostream& out;
+  std::ostream& err;
+  bool err_is_terminal = false;
+};
+
+/// The header of a simulated capture: nothing in it changes from run to run.
+inline orvo::timing::StreamFileHeader header_for(const Settings& settings) {
+  orvo::timing::StreamFileHeader header;
+  header.stream_format = settings.encoding;
+  header.mode = settings.mode;
+  header.channel_mask = 0;
+  for (const unsigned c : active_channels_of(settings)) {
+    header.channel_mask = static_cast<std::uint8_t>(header.channel_mask | 1u << c);
+  }
+  header.delta_bits = static_cast<std::uint8_t>(settings.delta_bits);
+  header.quantum_ps = static_cast<std::uint16_t>(settings.quantum_ps);
+  header.raw64_tag_format = settings.tag_format;
+  header.created_utc = "1970-01-01T00:00:00.000000Z";
+  header.application = "vq_simulate_stream_file";
+  header.device_product = "simulation";
+  header.device_serial = "seed " + std::to_string(settings.seed);
+  return header;
+}
+
+/// Simulates, writes and tells. Failures are thrown.
+template <class Grid, class Encoder>
+void write_capture(const Settings& settings, Grid grid, Encoder encoder, Console& console) {
+  const orvo::timing::StreamFileHeader header = header_for(settings);
+  CaptureFile file(settings.out, header);
+  const auto write = [&file](const void* data, std::size_t size) { file.write(data, size); };
+  Simulation<Grid, Encoder> simulation(settings, grid, encoder);
+  StartCheck start(header);
+  Damage damage(settings);
+  Progress progress(console.err, console.err_is_terminal);
+  damage.begin(write);
+  for (std::span<std::uint8_t> payload = simulation.next(); !payload.empty(); payload = simulation.next()) {
+    start.add(payload, simulation.first_decoded());
+    damage.pass(payload, write);
+    progress.tell(simulation.progress());
+  }
+  const StoredCapture stored = simulation.stored();
+  if (stored.tags != 0) start.finish(simulation.first_decoded());
+  file.complete(settings.damage.cut_tail_bytes);
+  print_contents(console.out, settings, stored);
+  if (active_channels_of(settings).size() > 1) print_correlation(console.out, settings, stored, grid.step_ps());
+  print_damage(console.out, settings, damage);
+  if (!console.out.flush()) throw orvo::timing::Error("cannot write to standard output", orvo::timing::kFileFailure);
+}
+
+inline void write_capture(const Settings& settings, Console& console) {
+  switch (settings.encoding) {
+    case orvo::timing::StreamFormat::raw64:
+      if (settings.is_raw_cf())
+        return write_capture(settings, CoarseFineGrid{}, Raw64Encoder<CoarseFineWord>{}, console);
+      return write_capture(settings, PicosecondGrid{}, Raw64Encoder<PicosecondWord>{}, console);
+    case orvo::timing::StreamFormat::delta32:
+      return write_capture(settings, PicosecondGrid{}, Delta32Encoder(settings.anchor_every), console);
+    case orvo::timing::StreamFormat::packed_delta:
+      return write_capture(settings, QuantumGrid{settings.quantum_shift()}, PackedEncoder(settings), console);
+  }
+}
+
+/// The whole program, given its arguments without its name: to the exit status.
+inline int run(const std::vector<std::string>& arguments, Console console) {
+  try {
+    if (help_wanted(arguments)) {
+      print_help(console.out);
+      return kExitDone;
+    }
+    const Settings settings = settings_from(arguments);
+    check_settings(settings);
+    write_capture(settings, console);
+    return kExitDone;
+  } catch (const UsageError& error) {
+    console.err << error.what() << '\n';
+    return kExitBadOptions;
+  } catch (const std::exception& error) {
+    console.err << error.what() << '\n';
+    return kExitFailed;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+#pragma once
+// Part of vq_simulate_stream_file: file-local throughout.
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "orvo/timing/stream_file_header.hpp"
+#include "orvo/timing/time_tag.hpp"
+
+namespace {
+
+/// What one input sees.
+struct ChannelSettings {
+  static constexpr std::uint64_t kUsualRateHz = 100'000;
+
+  bool active = false;
+  std::uint64_t rate_hz = 0;  ///< background, Poisson
+  std::int64_t dead_time_ps = 0;
+};
+
+/// Simultaneous clicks on two inputs, channel B late by the delay and a normally distributed jitter.
+struct PairSettings {
+  unsigned channel_a = 0;
+  unsigned channel_b = 1;
+  std::uint64_t rate_hz = 50'000;
+  std::int64_t delay_ps = 160;
+  std::int64_t jitter_ps = 40;    ///< standard deviation
+  std::int64_t range_ps = 5'000;  ///< coincidences are counted up to this far from the delay
+};
+
+/// What is done to the payload after it was encoded.
+struct DamageSettings {
+  std::uint64_t front_garbage_bytes = 0;
+  std::uint64_t garbage_bytes = 0;
+  std::uint64_t garbage_at = 0;        ///< in front of this byte of the encoded payload
+  std::uint64_t flip_every_bytes = 0;  ///< one random bit in each stretch of so many bytes; 0 = none
+  std::uint64_t cut_tail_bytes = 0;
+
+  bool any() const { return (front_garbage_bytes | garbage_bytes | flip_every_bytes | cut_tail_bytes) != 0; }
+};
+
+/// Everything a capture depends on.
+struct Settings {
+  static constexpr std::uint64_t kUsualTags = 1'000'000;
+
+  std::filesystem::path out;
+  orvo::timing::StreamFormat encoding = orvo::timing::StreamFormat::raw64;
+  orvo::timing::StreamMode mode = orvo::timing::StreamMode::external;
+  std::string tag_format = "ps";
+  unsigned delta_bits = 16;
+  unsigned quantum_ps = 8;
+  unsigned start_bit = 0;
+  std::uint64_t anchor_every = 1'000;  ///< tags of a channel from one time base or anchor to the next
+  std::array<ChannelSettings, orvo::timing::kChannels> channels{};
+  PairSettings pairs;
+  std::int64_t start_ps = 0;
+  std::optional<std::uint64_t> tags;        ///< stop after so many,
+  std::optional<std::int64_t> duration_ps;  ///< or after that time; one of both is set
+  std::uint64_t seed = 1;
+  DamageSettings damage;
+
+  /// Of quantum_ps, the power of two counts.
+  unsigned quantum_shift() const { return static_cast<unsigned>(std::countr_zero(quantum_ps)); }
+  bool is_packed() const { return encoding == orvo::timing::StreamFormat::packed_delta; }
+  bool is_raw_cf() const { return encoding == orvo::timing::StreamFormat::raw64 && tag_format == "raw_cf"; }
+  bool in_pairs(unsigned channel) const { return channel == pairs.channel_a || channel == pairs.channel_b; }
+  bool has_dead_time() const {
+    return std::any_of(channels.begin(), channels.end(),
+                       [](const ChannelSettings& channel) { return channel.dead_time_ps != 0; });
+  }
+  /// Background and pairs together, before the dead time.
+  std::uint64_t total_rate_hz(unsigned channel) const {
+    return channels[channel].rate_hz + (in_pairs(channel) ? pairs.rate_hz : 0);
+  }
+  /// What is left behind the dead time.
+  double stored_rate_hz(unsigned channel) const {
+    const auto rate_hz = static_cast<double>(total_rate_hz(channel));
+    return rate_hz / (1 + rate_hz * 1e-12 * static_cast<double>(channels[channel].dead_time_ps));
+  }
+};
+
+/// No simulation goes on for longer: 1,000,000 s.
+inline constexpr std::int64_t kLongestPs = 1'000'000'000'000'000'000;
+
+}  // namespace

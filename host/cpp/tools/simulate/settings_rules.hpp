@@ -1,0 +1,80 @@
+#pragma once
+// Part of vq_simulate_stream_file: file-local throughout.
+// What settings must be together, so that the capture can be simulated and decodes to exactly what was simulated.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "simulate/options.hpp"
+#include "simulate/settings.hpp"
+#include "simulate/usage_error.hpp"
+
+namespace {
+
+inline void check_pairs(const Settings& settings) {
+  const PairSettings& pairs = settings.pairs;
+  if (pairs.channel_a == pairs.channel_b) {
+    if (pairs.rate_hz != 0) throw UsageError("--pair-rate: pairs need two active channels (--channels)");
+    return;
+  }
+  for (const unsigned c : {pairs.channel_a, pairs.channel_b}) {
+    if (!settings.channels[c].active) {
+      throw UsageError("--pair-channels: channel " + std::to_string(c) + " is not active (--channels)");
+    }
+  }
+}
+
+/// Gaps of a second would read as wraps of the device time. At 100 tags per second there is none in 10^43.
+inline void check_rates(const Settings& settings) {
+  constexpr std::uint64_t kLeastHz = 100;
+  for (const unsigned c : active_channels_of(settings)) {
+    const std::uint64_t rate_hz = settings.total_rate_hz(c);
+    if (rate_hz != 0 && rate_hz < kLeastHz) {
+      throw UsageError("--rate, --pair-rate: channel " + std::to_string(c) + " would click " +
+                       std::to_string(rate_hz) + " times per second; 0 or at least 100 is needed");
+    }
+  }
+}
+
+inline void check_length(const Settings& settings) {
+  if (settings.tags && settings.duration_ps) throw UsageError("--tags, --duration: give only one of them");
+  if (!settings.tags || *settings.tags == 0) return;
+  double rate_hz = 0;
+  for (const unsigned c : active_channels_of(settings)) rate_hz += settings.stored_rate_hz(c);
+  if (rate_hz == 0) throw UsageError("--tags: no channel ever clicks (--rate, --pair-rate)");
+  constexpr double kLongestSeconds = 900'000;
+  if (static_cast<double>(*settings.tags) / rate_hz > kLongestSeconds) {
+    throw UsageError("--tags: " + std::to_string(*settings.tags) + " take longer than 900000 s at these rates");
+  }
+}
+
+/// Decoders find the records of several channels by two that click, or in internal mode by all, at similar rates.
+inline void check_packed(const Settings& settings) {
+  std::vector<double> rates_hz;
+  for (const unsigned c : active_channels_of(settings)) rates_hz.push_back(settings.stored_rate_hz(c));
+  if (rates_hz.size() < 2) return;
+  std::sort(rates_hz.begin(), rates_hz.end());
+  if (rates_hz[rates_hz.size() - 2] == 0) {
+    throw UsageError("--rate: of several active channels at least two must click in packed_delta");
+  }
+  constexpr double kMostUneven = 1.5;
+  if (settings.mode == orvo::timing::StreamMode::internal && rates_hz.back() > kMostUneven * rates_hz.front()) {
+    throw UsageError(
+        "--rate: in packed_delta of internal mode the highest rate of an active channel, pairs included, "
+        "is at most 1.5 times the lowest");
+  }
+}
+
+/// Throws `UsageError` for settings that make no capture.
+inline void check_settings(const Settings& settings) {
+  if (settings.out.empty())
+    throw UsageError("no file given: name the capture to write, or --out (--help tells more)");
+  check_pairs(settings);
+  check_rates(settings);
+  check_length(settings);
+  if (settings.is_packed()) check_packed(settings);
+}
+
+}  // namespace

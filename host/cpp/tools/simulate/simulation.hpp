@@ -1,0 +1,129 @@
+#pragma once
+// Part of vq_simulate_stream_file: file-local throughout.
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "orvo/timing/error.hpp"
+#include "orvo/timing/time_tag.hpp"
+#include "simulate/bit_writer.hpp"
+#include "simulate/coincidences.hpp"
+#include "simulate/detectors.hpp"
+#include "simulate/event_source.hpp"
+#include "simulate/read_ahead.hpp"
+#include "simulate/settings.hpp"
+
+namespace {
+
+/// What was stored of one channel.
+struct StoredChannel {
+  std::uint64_t tags = 0;
+  std::int64_t first_ps = 0;  ///< simulated
+  std::int64_t axis_ps = 0;   ///< decoded less simulated time
+};
+
+/// What was stored in all.
+struct StoredCapture {
+  std::array<StoredChannel, orvo::timing::kChannels> channels{};
+  std::uint64_t tags = 0;
+  orvo::timing::TimeTag first;  ///< simulated
+  std::int64_t last_ps = 0;
+  CoincidenceSums coincidences;
+
+  void add(std::span<const orvo::timing::TimeTag> stored) {
+    if (stored.empty()) return;
+    if (tags == 0) first = stored.front();
+    for (const orvo::timing::TimeTag& tag : stored) {
+      StoredChannel& channel = channels[tag.channel];
+      if (channel.tags++ == 0) channel.first_ps = tag.time_ps;
+    }
+    tags += stored.size();
+    last_ps = stored.back().time_ps;
+  }
+};
+
+/// From the settings to encoded payload, in blocks of bounded size. Events are drawn and detected in one thread,
+/// counted and encoded in the caller's.
+template <class Grid, class Encoder>
+class Simulation {
+ public:
+  Simulation(const Settings& settings, Grid grid, Encoder encoder)
+      : settings_(settings),
+        end_ps_(settings.start_ps + settings.duration_ps.value_or(kLongestPs)),
+        coincidences_(settings.pairs),
+        encoder_(encoder),
+        payload_(Encoder::kMostBytesToStart + kBlockTags * Encoder::kMostBytesPerTag + BitWriter::kSlackBytes),
+        tag_blocks_([source = EventSource(settings, end_ps_),
+                     detectors = Detectors<Grid>(settings, grid)](std::vector<orvo::timing::TimeTag>& block) mutable {
+          source.fill(block, kBlockTags);
+          const bool more = block.size() == kBlockTags;
+          detectors.detect(block);
+          return more;
+        }) {}
+
+  /// The next piece of payload; empty only at the end. Valid until the next call.
+  std::span<std::uint8_t> next() {
+    while (!ended_) {
+      ended_ = !tag_blocks_.next(tags_);
+      if (ended_) tags_.clear();
+      stop_at_last_tag();
+      stored_.add(tags_);
+      coincidences_.add(tags_);
+      std::uint8_t* end = encoder_.encode(tags_, payload_.data());
+      if (ended_) end = encoder_.finish(end);
+      if (end != payload_.data()) return {payload_.data(), end};
+    }
+    return {};
+  }
+
+  /// Complete once `next` has come to the end.
+  StoredCapture stored() {
+    coincidences_.finish();
+    stored_.coincidences = coincidences_.sums();
+    for (StoredChannel& channel : stored_.channels) channel.axis_ps = encoder_.axis_ps(channel.first_ps);
+    return stored_;
+  }
+
+  /// As it decodes.
+  orvo::timing::TimeTag first_decoded() const {
+    return {stored_.first.channel, stored_.first.time_ps + encoder_.axis_ps(stored_.first.time_ps)};
+  }
+
+  /// How much is done, of 1.
+  double progress() const {
+    if (settings_.tags) return static_cast<double>(stored_.tags) / static_cast<double>(*settings_.tags);
+    return static_cast<double>(stored_.last_ps - settings_.start_ps) /
+           static_cast<double>(end_ps_ - settings_.start_ps);
+  }
+
+ private:
+  static constexpr std::size_t kBlockTags = 32'768;
+
+  void stop_at_last_tag() {
+    if (!settings_.tags) return;
+    const std::uint64_t left = *settings_.tags - stored_.tags;
+    if (tags_.size() >= left) {
+      tags_.resize(static_cast<std::size_t>(left));
+      ended_ = true;
+    } else if (ended_) {
+      throw orvo::timing::Error("only " + std::to_string(stored_.tags) + " tags in 1000000 s",
+                                orvo::timing::kInvalidArgument);
+    }
+  }
+
+  Settings settings_;
+  std::int64_t end_ps_;
+  CoincidenceCounter coincidences_;
+  Encoder encoder_;
+  std::vector<std::uint8_t> payload_;
+  std::vector<orvo::timing::TimeTag> tags_;
+  StoredCapture stored_;
+  bool ended_ = false;
+  ReadAhead tag_blocks_;
+};
+
+}  // namespace
