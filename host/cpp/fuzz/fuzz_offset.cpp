@@ -1,0 +1,27 @@
+// The offset estimate of any times is the plain one, from sorted and from unsorted lists.
+//
+//   form | list A | list B; with bit 0 of the form list A may be so long that only every second event is sampled
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "fuzz/support/input.hpp"
+#include "fuzz/support/require.hpp"
+#include "fuzz/support/time_lists.hpp"
+#include "orvo/timing/offset_estimate.hpp"
+#include "plain/offset_estimate_plain.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using orvo::fuzz::require;
+  orvo::fuzz::Input input(data, size);
+  std::vector<std::int64_t> a = orvo::fuzz::time_list(input, input.flag() ? 8'100 : 300);
+  std::vector<std::int64_t> b = orvo::fuzz::time_list(input, 300);
+
+  const std::int64_t expected = orvo::test::plain::offset_estimate_ps(a, b);
+  require(orvo::timing::estimate_offset_ps(a, b) == expected, "the estimate is the plain one");
+  std::sort(a.begin(), a.end());
+  std::sort(b.begin(), b.end());
+  require(orvo::timing::estimate_offset_sorted_ps(a, b) == expected, "sorted lists give the same");
+  return 0;
+}

@@ -1,0 +1,114 @@
+// packed_delta: the model's tags, state and diagnostic lines under equal chunking.
+//
+//   form | packed header (4) | chunk sizes (6) | payload, or, with bit 0 of the form, a script of records
+#include <stdlib.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <iostream>
+#include <span>
+#include <sstream>
+#include <string>
+
+#include "fuzz/support/input.hpp"
+#include "fuzz/support/packed_settings.hpp"
+#include "fuzz/support/require.hpp"
+#include "model/packed_model.hpp"
+#include "orvo/timing/stream_decoder.hpp"
+
+namespace {
+
+using orvo::fuzz::Input;
+using orvo::fuzz::require;
+using orvo::test::model::PackedModel;
+using orvo::timing::StreamDecoder;
+
+/// Enough for the balance of a chunk's 4096 tags.
+constexpr std::size_t kMostBytes = 2500;
+/// The model's alignment search is slow: an input ends when it would have searched through this many bytes.
+constexpr std::size_t kMostSearchedBytes = 600;
+
+/// What is written to standard error while it lives.
+class CapturedLines {
+ public:
+  CapturedLines() : before_(std::cerr.rdbuf(text_.rdbuf())) {}
+  CapturedLines(const CapturedLines&) = delete;
+  CapturedLines& operator=(const CapturedLines&) = delete;
+  ~CapturedLines() { std::cerr.rdbuf(before_); }
+
+  std::string text() const { return text_.str(); }
+
+ private:
+  std::ostringstream text_;
+  std::streambuf* before_;
+};
+
+void require_same_state(const StreamDecoder& decoder, const PackedModel& model) {
+  require(decoder.packed_locked == model.locked && decoder.bit_offset == model.bit_offset, "the lock is the model's");
+  require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(), decoder.pending_bytes.end()),
+          "the same bytes wait");
+  require(decoder.pk_last_time == model.last_time && decoder.pk_has_time == model.has_time &&
+              decoder.pk_overflow == model.overflow && decoder.pk_emitted_time == model.emitted_time &&
+              decoder.pk_has_emitted == model.has_emitted,
+          "the channels stand where the model's stand");
+  require(decoder.pk_sync_left == model.sync_left && decoder.pk_sync_value == model.sync_value &&
+              decoder.pk_sync_bits == model.sync_bits && decoder.pk_anchor_channel == model.anchor_channel &&
+              decoder.pk_anchor_base == model.anchor_base,
+          "sequence and anchor are the model's");
+  require(!decoder.packed_locked || decoder.bit_offset < 8, "the bit offset lies in the first byte");
+}
+
+std::string with_prefix(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += "packed-decoder: " + line + "\n";
+  return text;
+}
+
+/// The diagnostic lines are compared, too.
+[[maybe_unused]] const int kLinesAreOn = ::setenv("ORVO_PACKED_DEBUG", "", 1);
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  const std::uint8_t form = input.byte();
+  const bool starts_locked = (form & 2) != 0;
+  const auto header = orvo::fuzz::packed_header(input);
+  std::array<std::size_t, 6> chunk_sizes{};
+  for (std::size_t& chunk_size : chunk_sizes) {
+    const std::size_t factor = (form & 4) != 0 ? 16 : 1;
+    chunk_size = 1 + input.byte() * factor;
+  }
+  StreamDecoder decoder(header);
+  PackedModel model(header);
+  if (starts_locked) decoder.packed_locked = model.locked = true;
+  if (starts_locked) decoder.bit_offset = model.bit_offset = form >> 5;
+
+  orvo::test::Bytes payload;
+  if ((form & 1) != 0) {
+    const std::uint32_t delta_bits = std::clamp<std::uint32_t>(decoder.header.delta_bits, 1, 31);
+    payload = orvo::fuzz::PackedScript(delta_bits, decoder.quantum_shift).run(input, kMostBytes);
+  } else {
+    const auto bytes = input.bytes(kMostBytes);
+    payload.assign(bytes.begin(), bytes.end());
+  }
+
+  const CapturedLines lines;
+  std::size_t at = 0;
+  std::size_t searched = 0;
+  for (const std::size_t chunk_size : chunk_sizes) {
+    const std::size_t count = std::min(chunk_size, payload.size() - at);
+    if (!decoder.packed_locked) searched += decoder.pending_bytes.size() + count;
+    if (count == 0 || searched > kMostSearchedBytes) break;
+    decoder.pending_bytes.append(payload.data() + at, count);
+    require(decoder.feed_packed_delta() == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
+    require_same_state(decoder, model);
+    at += count;
+  }
+  require(lines.text() == with_prefix(model.lines), "the diagnostic lines are the model's");
+  require(decoder.pk_debug_lines == model.lines.size(), "the diagnostic lines are counted");
+  return 0;
+}

@@ -1,0 +1,103 @@
+# shellcheck shell=bash
+# What a script needs on the machine: look for it, install it where that is allowed, name it where it is not.
+# Sourced, by a script that has set script_name.
+: "${script_name:?}"
+
+missing_packages=()  # Debian's names
+missing_tools=()     # what a person looks for on another system
+
+say() { printf '%s: %s\n' "$script_name" "$*" >&2; }
+
+note_missing() {
+  local package
+  for package in ${missing_packages[@]+"${missing_packages[@]}"}; do
+    if [[ $package == "$1" ]]; then return; fi
+  done
+  missing_packages+=("$1")
+  missing_tools+=("$2")
+}
+
+# need_command PACKAGE TOOL COMMAND...: any one of the commands will do.
+need_command() {
+  local package=$1 tool=$2 name
+  shift 2
+  for name in "$@"; do
+    if command -v -- "$name" >/dev/null; then return; fi
+  done
+  note_missing "$package" "$tool"
+}
+
+# need_header PACKAGE TOOL HEADER: a C++ header where the compiler finds it.
+need_header() {
+  if [[ -e /usr/include/$3 || -e /usr/local/include/$3 ]]; then return; fi
+  local probe="__has_include(<$3>)"
+  if command -v g++ >/dev/null && printf '#if !%s\n#error\n#endif\n' "$probe" | g++ -x c++ -E - >/dev/null 2>&1; then
+    return
+  fi
+  note_missing "$1" "$2"
+}
+
+# need_clang_runtime: the libraries behind -fsanitize, which clang's package only recommends.
+need_clang_runtime() {
+  local version=14 directory=
+  if command -v clang++ >/dev/null; then
+    version=$(clang++ -dumpversion)
+    directory=$(clang++ -print-runtime-dir)
+  fi
+  if [[ -n $directory ]] && compgen -G "$directory/libclang_rt.asan*" >/dev/null; then return; fi
+  note_missing "libclang-rt-${version%%.*}-dev" "Clang's sanitizer runtime"
+}
+
+# as_root COMMAND...: without ever asking for a password.
+as_root() {
+  if ((EUID == 0)); then
+    "$@"
+  else
+    sudo -n -- "$@"
+  fi
+}
+
+may_install() {
+  ((EUID == 0)) || { command -v sudo >/dev/null && sudo -n true 2>/dev/null </dev/null; }
+}
+
+# For a person to type.
+install_line() {
+  local prefix=
+  if ((EUID != 0)) && command -v sudo >/dev/null; then prefix="sudo "; fi
+  printf '%sapt-get update && %sapt-get install --yes %s' "$prefix" "$prefix" "${missing_packages[*]}"
+}
+
+install_packages() {
+  say "installing ${missing_packages[*]}"
+  local apt_get=(env DEBIAN_FRONTEND=noninteractive apt-get --yes -o DPkg::Lock::Timeout=300)
+  # A list that cannot be refreshed may still serve.
+  as_root "${apt_get[@]}" update || true
+  as_root "${apt_get[@]}" install --no-install-recommends "${missing_packages[@]}"
+}
+
+# Installs what the need_... calls found missing, or ends the script with status 69 and says what to do.
+provide_missing() {
+  if ((${#missing_packages[@]} == 0)); then return; fi
+  if ! command -v apt-get >/dev/null; then
+    say "missing, and there is no apt-get here to install them with:"
+    printf '  %s\n' "${missing_tools[@]}" >&2
+    say "install them your system's way, then run this again"
+    exit 69
+  fi
+  if may_install; then
+    if install_packages </dev/null >&2; then
+      missing_packages=() missing_tools=()
+      hash -r
+      return
+    fi
+    say "could not install: ${missing_packages[*]}"
+  else
+    say "missing packages: ${missing_packages[*]}"
+  fi
+  local who=
+  if ((EUID != 0)) && ! command -v sudo >/dev/null; then who=" as root"; fi
+  say "type this$who, then run this again:"
+  printf '  %s\n' "$(install_line)" >&2
+  exit 69
+}
