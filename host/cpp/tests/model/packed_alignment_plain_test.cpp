@@ -43,9 +43,8 @@ std::string place(const Window& window) {
   return place(search_alignment(window.question()));
 }
 
-// With 5 bits of payload every record is one byte:
-//   channel c data x: c * 0x40 + x      overflow x: c * 0x40 + 0x20 + x      sync start: c * 0x40 + 0x3F, nine pieces
-//   follow
+// With 5 bits of payload every record is one byte; on channel c: data x is c * 0x40 + x, overflow x is
+// c * 0x40 + 0x20 + x, and a sync start is c * 0x40 + 0x3F, nine pieces following.
 
 Bytes sync(int channel) {
   const int c = channel * 0x40;

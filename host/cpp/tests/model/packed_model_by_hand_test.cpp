@@ -1,5 +1,6 @@
-// The second packed_delta decoder, and the product's beside it, on streams worked out by hand and on streams whose
-// times are known.
+// The second packed_delta decoder, and the product's beside it, on streams worked out by hand. With five bits of
+// payload every record is one byte; on channel c: data x is c * 0x40 + x, overflow x is c * 0x40 + 0x20 + x, and a
+// sync start is c * 0x40 + 0x3F, nine pieces following.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -24,9 +25,6 @@ using Tags = std::vector<TimeTag>;
 TimeTag tag(int channel, std::int64_t time_ps) {
   return {static_cast<std::uint8_t>(channel), time_ps};
 }
-
-//   channel c data x: c * 0x40 + x      overflow x: c * 0x40 + 0x20 + x      sync start: c * 0x40 + 0x3F, nine pieces
-//   follow
 
 /// A sync sequence for a time below 32 quanta.
 Bytes short_sync(int channel, int quanta) {

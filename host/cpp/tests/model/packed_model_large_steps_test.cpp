@@ -1,5 +1,5 @@
-// The second packed_delta decoder, and the product's beside it, on streams worked out by hand and on streams whose
-// times are known.
+// The second packed_delta decoder, and the product's beside it, on streams worked out by hand with 31 bits of payload
+// (large differences in few records), and on streams whose times are known.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

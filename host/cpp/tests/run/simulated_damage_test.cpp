@@ -68,15 +68,15 @@ TEST_F(SimulatedDamage, GarbageBetweenDelta32WordsCostsNoMoreThanTheWayToTheNext
   }
 }
 
-// 4.1 MiB with the garbage in the third: decoding stops there, and goes on with the fourth read.
-TEST_F(SimulatedDamage, GarbageAmongPackedRecordsCostsTheRestOfTheRead) {
+// The garbage costs the lock and ends that read's decoding; the next read goes on right behind it. What is lost is the way
+// to each channel's next anchor, of which there is one every 1000 tags.
+TEST_F(SimulatedDamage, GarbageAmongPackedRecordsCostsTheWayToTheNextAnchors) {
   const Told answer = simulate({"--tags=1800000", "--encoding=packed_delta", "--delta-bits=16", "--rate=2000000",
                                 "--pair-rate=100000", "--garbage=5", "--garbage-at=2200000"});
   EXPECT_GT(bytes(), 4u << 20);
-  const std::int64_t tags_per_read = (std::int64_t{8} << 20) / 19;
   const std::int64_t lost_tags = lost(answer);
-  EXPECT_GT(lost_tags, tags_per_read * 3 / 4);
-  EXPECT_LT(lost_tags, tags_per_read * 5 / 4);
+  EXPECT_GE(lost_tags, 1);
+  EXPECT_LE(lost_tags, 2'200);
 }
 
 TEST_F(SimulatedDamage, ACutTailCostsWhatStoodThere) {
