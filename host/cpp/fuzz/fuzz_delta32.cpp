@@ -58,7 +58,8 @@ class Script {
       }
       case 10:
       case 11:
-        return out_.event(channel, limit(input, static_cast<std::uint64_t>(aim_.last_time[channel])) & 0x1FFF'FFFF'FFFF);
+        return out_.event(channel,
+                          limit(input, static_cast<std::uint64_t>(aim_.last_time[channel])) & 0x1FFF'FFFF'FFFF);
       default:
         return out_.word(0, channel, 10, input.number(1 + (code >> 6 & 1) * 2));
     }
@@ -77,7 +78,8 @@ class Script {
                                     to_period_end,
                                     kWrapStep + to_period_end,
                                     kPeriod};
-    return limits[input.byte() % std::size(limits)] + static_cast<std::uint64_t>(static_cast<std::int8_t>(input.byte()));
+    return limits[input.byte() % std::size(limits)] +
+           static_cast<std::uint64_t>(static_cast<std::int8_t>(input.byte()));
   }
 
   orvo::test::model::Delta32Encoder out_;
@@ -106,7 +108,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(decoder.feed_delta32() == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
     at += count;
     require(decoder.pending_bytes.size() <= 3, "at most 3 bytes wait");
-    require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(), decoder.pending_bytes.end()),
+    require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(),
+                       decoder.pending_bytes.end()),
             "the same bytes wait");
     require(decoder.d32_synced == model.synced && decoder.d32_frame_state == model.frame_state &&
                 decoder.d32_last_time == model.last_time && decoder.d32_has_time == model.has_time,

@@ -41,9 +41,9 @@ std::array<std::string*, 6> texts(StreamFileHeader& header) {
 
 /// The search for keys is flat: a value that reads as a quoted key, at its end or as a whole, is taken for that key.
 bool reads_as_a_key(const std::string& value) {
-  constexpr std::string_view kKeys[] = {"stream_format", "mode",           "stream_transport", "raw64_tag_format",
-                                        "created_utc",   "application",    "device_product",   "device_serial",
-                                        "device_port",   "channel_mask",   "tdl_index",        "delta_bits",
+  constexpr std::string_view kKeys[] = {"stream_format", "mode",         "stream_transport", "raw64_tag_format",
+                                        "created_utc",   "application",  "device_product",   "device_serial",
+                                        "device_port",   "channel_mask", "tdl_index",        "delta_bits",
                                         "quantum_ps"};
   return std::any_of(std::begin(kKeys), std::end(kKeys), [&value](std::string_view key) {
     return value == key || value.ends_with('"' + std::string(key));

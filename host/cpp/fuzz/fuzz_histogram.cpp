@@ -1,8 +1,8 @@
-// The histogram of any times with any settings is the plain one, from sorted and from unsorted lists; peak and moments
-// are those of the model.
+// The histogram of any times with any settings is the plain one, from sorted and from unsorted lists; peak and
+// moments are those of the model.
 //
-//   form | range, or with bit 0 of the form, half bins (2) and a rest | bin | offset | list A | list B | pairs to add:
-//   an A event (1), a number of half bins (2), a rest (1)
+//   form | range, or with bit 0 of the form, half bins (2) and a rest | bin | offset | list A | list B | pairs to
+//   add: an A event (1), a number of half bins (2), a rest (1)
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -40,10 +40,12 @@ XcorrWindow read_window(orvo::fuzz::Input& input) {
 /// B events some half bins away from where an A event expects its partner, give or take: where rounding is decided.
 void add_pairs(orvo::fuzz::Input& input, const XcorrWindow& window, const Times& a, Times& b) {
   while (!input.empty() && !a.empty() && b.size() < kMostTimes) {
-    const auto partner = static_cast<std::uint64_t>(a[input.byte() % a.size()]) + static_cast<std::uint64_t>(window.offset_ps);
+    const auto partner =
+        static_cast<std::uint64_t>(a[input.byte() % a.size()]) + static_cast<std::uint64_t>(window.offset_ps);
     const auto half_bins = static_cast<std::uint64_t>(static_cast<std::int16_t>(input.number(2)));
     const auto rest = static_cast<std::uint64_t>(static_cast<std::int8_t>(input.byte()));
-    b.push_back(static_cast<std::int64_t>(partner + half_bins * (static_cast<std::uint64_t>(window.bin_ps) / 2) + rest));
+    b.push_back(
+        static_cast<std::int64_t>(partner + half_bins * (static_cast<std::uint64_t>(window.bin_ps) / 2) + rest));
   }
 }
 
@@ -59,7 +61,8 @@ XcorrHistogram plain_histogram(const Times& a, const Times& b, const XcorrWindow
     return orvo::test::plain::xcorr_histogram(a, b, window);
   }
   XcorrHistogram histogram;
-  for (std::uint64_t i = 0; i < bins; ++i) histogram.bin_center_ps.push_back(static_cast<std::int64_t>((i - bins / 2) * bin_ps));
+  for (std::uint64_t i = 0; i < bins; ++i)
+    histogram.bin_center_ps.push_back(static_cast<std::int64_t>((i - bins / 2) * bin_ps));
   histogram.counts.resize(bins);
   orvo::test::plain::count_pairs(a, b, window, histogram);
   return histogram;

@@ -60,7 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::cerr.rdbuf(before);
   const auto expected = orvo::test::plain::search_alignment(
       {.channel_mask = header.channel_mask, .mode = header.mode, .delta_bits = d, .width = d + 3, .bytes = bytes});
-  require(found == PackedAlignment{expected.found, expected.drop_bytes, expected.bit_offset}, "the plain search's answer");
+  require(found == PackedAlignment{expected.found, expected.drop_bytes, expected.bit_offset},
+          "the plain search's answer");
   const std::string& line = expected.reject_line;
   require(lines.str() == (line.empty() ? "" : "packed-decoder: " + line + "\n"), "the plain search's line");
   require(decoder.pending_bytes.size() == bytes.size() && !decoder.packed_locked, "searching changes nothing");

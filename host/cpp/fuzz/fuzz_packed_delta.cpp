@@ -48,7 +48,8 @@ class CapturedLines {
 
 void require_same_state(const StreamDecoder& decoder, const PackedModel& model) {
   require(decoder.packed_locked == model.locked && decoder.bit_offset == model.bit_offset, "the lock is the model's");
-  require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(), decoder.pending_bytes.end()),
+  require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(),
+                     decoder.pending_bytes.end()),
           "the same bytes wait");
   require(decoder.pk_last_time == model.last_time && decoder.pk_has_time == model.has_time &&
               decoder.pk_overflow == model.overflow && decoder.pk_emitted_time == model.emitted_time &&
@@ -104,7 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!decoder.packed_locked) searched += decoder.pending_bytes.size() + count;
     if (count == 0 || searched > kMostSearchedBytes) break;
     decoder.pending_bytes.append(payload.data() + at, count);
-    require(decoder.feed_packed_delta() == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
+    require(decoder.feed_packed_delta() == model.feed(std::span(payload).subspan(at, count)),
+            "the tags are the model's");
     require_same_state(decoder, model);
     at += count;
   }

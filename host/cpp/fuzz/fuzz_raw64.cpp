@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   model_header.raw64_tag_format = header.raw64_tag_format;
   const auto rest = input.rest();
   orvo::test::Bytes payload(rest.begin(), rest.end());
-  if ((form & 1) != 0) payload = as_records(payload, orvo::test::model::lower_case(header.raw64_tag_format) == "raw_cf");
+  if ((form & 1) != 0)
+    payload = as_records(payload, orvo::test::model::lower_case(header.raw64_tag_format) == "raw_cf");
 
   orvo::timing::StreamDecoder decoder(header);
   Tags tags;

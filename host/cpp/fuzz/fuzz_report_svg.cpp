@@ -17,7 +17,8 @@ namespace {
 using orvo::fuzz::require;
 using orvo::test::XmlElement;
 
-/// Bars and ticks lie on the canvas; bars are centred, so the outer ones reach half their width over the plot's edges.
+/// Bars and ticks lie on the canvas; bars are centred, so the outer ones reach half their width over the plot's
+/// edges.
 void check_place(const XmlElement& element) {
   const auto number = [&element](const char* name, int otherwise) {
     const auto found = element.attributes.find(name);
@@ -26,8 +27,10 @@ void check_place(const XmlElement& element) {
   const int width = number("width", 0);
   require(number("x", 70) >= 0 - width / 2 && number("x", 70) + width <= 900 + width / 2, "x lies on the canvas");
   require(number("y", 0) >= 0 && number("y", 0) + number("height", 0) <= 360, "y lies on the canvas");
-  for (const char* const name : {"x1", "x2"}) require(number(name, 70) >= 66 && number(name, 70) <= 880, "lines lie in the plot");
-  for (const char* const name : {"y1", "y2"}) require(number(name, 40) >= 40 && number(name, 40) <= 314, "lines lie in the plot");
+  for (const char* const name : {"x1", "x2"})
+    require(number(name, 70) >= 66 && number(name, 70) <= 880, "lines lie in the plot");
+  for (const char* const name : {"y1", "y2"})
+    require(number(name, 40) >= 40 && number(name, 40) <= 314, "lines lie in the plot");
 }
 
 }  // namespace

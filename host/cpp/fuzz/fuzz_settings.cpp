@@ -49,8 +49,11 @@ class PlainSettings {
     if (plain.size() >= 1) set("input_file", plain[0]);
     if (plain.size() >= 2) set("channel_a", plain[1]);
     if (plain.size() >= 3) set("channel_b", plain[2]);
-    constexpr const char* kFlags[][2] = {
-        {"range", "range_ps"}, {"bin", "bin_ps"}, {"offset", "offset"}, {"max-tags", "max_tags"}, {"out-prefix", "output_prefix"}};
+    constexpr const char* kFlags[][2] = {{"range", "range_ps"},
+                                         {"bin", "bin_ps"},
+                                         {"offset", "offset"},
+                                         {"max-tags", "max_tags"},
+                                         {"out-prefix", "output_prefix"}};
     for (const auto& [flag, key] : kFlags) {
       if (const auto value = flag_value(arguments, std::string("--") + flag)) set(key, *value);
     }
@@ -108,7 +111,9 @@ class PlainSettings {
 };
 
 std::string shown(const Config& config) {
-  const auto path = [](const std::optional<std::filesystem::path>& p) { return p ? "[" + p->native() + "]" : "none"; };
+  const auto path = [](const std::optional<std::filesystem::path>& p) {
+    return p ? "[" + p->native() + "]" : "none";
+  };
   std::ostringstream out;
   out << path(config.input_file) << ' ' << path(config.output_prefix) << ' ' << config.channel_a << ' '
       << config.channel_b << ' ' << config.range_ps << ' ' << config.bin_ps << " [" << config.offset << "] "

@@ -42,7 +42,8 @@ inline Tags model_tags(const test::model::Capture& capture, std::size_t chunk_by
   header.channel_mask = static_cast<std::uint8_t>(capture.header.channel_mask);
   header.delta_bits = static_cast<std::uint8_t>(capture.header.delta_bits);
   header.quantum_ps = static_cast<std::uint16_t>(capture.header.quantum_ps);
-  if (capture.header.stream_format == 1) return model_tags(test::model::Delta32Model(header), capture.payload, chunk_bytes);
+  if (capture.header.stream_format == 1)
+    return model_tags(test::model::Delta32Model(header), capture.payload, chunk_bytes);
   return model_tags(test::model::PackedModel(header), capture.payload, chunk_bytes);
 }
 

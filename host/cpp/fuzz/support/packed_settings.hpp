@@ -95,9 +95,17 @@ class PackedScript {
     const std::uint64_t step = settings_.wrap_step();
     const std::uint64_t period = test::model::kDevicePeriod;
     const std::uint64_t to_period_end = period - time_[channel] % period;
-    const std::uint64_t limits[] = {modulus - 1'000'000, 1'000'000, 1'000'000'000'000, modulus,
-                                    modulus / 2,         step,      to_period_end,     step + to_period_end,
-                                    period,              0,         step + 10'000'000'000};
+    const std::uint64_t limits[] = {modulus - 1'000'000,
+                                    1'000'000,
+                                    1'000'000'000'000,
+                                    modulus,
+                                    modulus / 2,
+                                    step,
+                                    to_period_end,
+                                    step + to_period_end,
+                                    period,
+                                    0,
+                                    step + 10'000'000'000};
     const std::uint64_t value = limits[input.byte() % std::size(limits)];
     return value + (static_cast<std::uint64_t>(static_cast<std::int8_t>(input.byte())) << settings_.shift);
   }

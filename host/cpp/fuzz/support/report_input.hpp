@@ -23,9 +23,11 @@ inline orvo::timing::XcorrHistogram read_histogram(orvo::fuzz::Input& input) {
   for (std::uint64_t i = 0; i < bins; ++i) {
     const bool equally_spaced = kind < 200;
     const bool wild = kind >= 228;
-    histogram.bin_center_ps.push_back(equally_spaced ? static_cast<std::int64_t>(first + i * bin_ps) : input.integer());
+    histogram.bin_center_ps.push_back(equally_spaced ? static_cast<std::int64_t>(first + i * bin_ps)
+                                                     : input.integer());
     const int size = wild ? 0 : input.byte() % 8;
-    histogram.counts.push_back(wild ? input.integer() : static_cast<std::int64_t>(input.number(size) & 0xFFFF'FFFF'FFFF));
+    histogram.counts.push_back(wild ? input.integer()
+                                    : static_cast<std::int64_t>(input.number(size) & 0xFFFF'FFFF'FFFF));
   }
   return histogram;
 }
@@ -43,7 +45,8 @@ inline bool is_equally_spaced(const orvo::timing::XcorrHistogram& histogram) {
     return static_cast<std::uint64_t>(centers[i]) - static_cast<std::uint64_t>(centers[i - 1]);
   };
   for (std::size_t i = 1; i < centers.size(); ++i) {
-    if (centers[i] <= centers[i - 1] || step(i) != step(1) || step(i) > (std::uint64_t{1} << 61) / centers.size()) return false;
+    if (centers[i] <= centers[i - 1] || step(i) != step(1) || step(i) > (std::uint64_t{1} << 61) / centers.size())
+      return false;
   }
   return true;
 }

@@ -1,7 +1,8 @@
 // Good captures of every encoding, damaged at random, as input of the built program: it ends by itself, says nothing
 // but its own messages, and leaves whole reports or none.
 //
-// ORVO_MUTATION_ROUNDS sets how many captures are tried, ORVO_MUTATION_SEED where they start: a failure names its seed.
+// ORVO_MUTATION_ROUNDS sets how many captures are tried, ORVO_MUTATION_SEED where they start: a failure names its
+// seed.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -141,7 +142,9 @@ class Mutation : public ProductRoot {
     const auto total = csv_total(read_file(cwd() / "r.csv"));
     EXPECT_EQ(out, announcement(cwd() / "c.tagcap", cwd() / "r") + closing_lines(summary));
     ASSERT_TRUE(json && svg && total);
-    const auto json_value = [&json](const std::string& name) { return json->count(name) == 0 ? "none" : json->at(name).text; };
+    const auto json_value = [&json](const std::string& name) {
+      return json->count(name) == 0 ? "none" : json->at(name).text;
+    };
     EXPECT_EQ(json_value("xcorr.total_coincidences"), std::to_string(*total));
     EXPECT_EQ(value_of(summary, "coincidences"), std::to_string(*total));
     EXPECT_EQ(value_of(summary, "peak_count"), json_value("xcorr.peak_count"));
