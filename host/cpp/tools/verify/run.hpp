@@ -28,7 +28,7 @@ constexpr int kExitBadSettings = 64;
 inline std::filesystem::path choose_input(const Config& config, std::ostream& out) {
   if (config.input_file) return std::filesystem::absolute(*config.input_file);
   if (const auto newest = newest_tagcap_file()) return std::filesystem::absolute(*newest);
-  const std::filesystem::path synthetic = std::filesystem::absolute(make_synthetic_capture());
+  std::filesystem::path synthetic = std::filesystem::absolute(make_synthetic_capture());
   out << "No stream capture found; generated synthetic verification file:\n"
       << "  " << synthetic.native() << '\n';
   return synthetic;
