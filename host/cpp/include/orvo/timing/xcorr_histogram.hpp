@@ -8,7 +8,9 @@
 #include <span>
 #include <vector>
 
+#include "orvo/timing/detail/bin_layout.hpp"
 #include "orvo/timing/detail/pair_counting.hpp"
+#include "orvo/timing/detail/sorted_times.hpp"
 
 namespace orvo::timing {
 

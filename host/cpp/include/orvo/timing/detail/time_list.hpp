@@ -48,7 +48,8 @@ class TimeList {
     void* const grown = moved_to(bytes);
     if (grown == MAP_FAILED) throw std::bad_alloc();
 #ifdef MADV_HUGEPAGE
-    ::madvise(grown, bytes, MADV_HUGEPAGE);  // advice: where it is not taken, pages are small
+    // Advice: where it is not taken, pages are small. A short list would wait for its only huge page to be cleared.
+    if (bytes > kHugePageBytes) ::madvise(grown, bytes, MADV_HUGEPAGE);
 #endif
     data_ = static_cast<std::int64_t*>(grown);
     capacity_ = bytes / sizeof(std::int64_t);

@@ -1,0 +1,148 @@
+#include "orvo/timing/detail/pair_counting.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "plain/xcorr_histogram_plain.hpp"
+#include "support/random_payload.hpp"
+
+namespace {
+
+using namespace orvo::timing;
+using Times = std::vector<std::int64_t>;
+namespace plain = orvo::test::plain;
+
+/// Ascending, with gaps of 0 to `widest_gap_ps`; now and then one that is a hundred times wider.
+Times walk(orvo::test::Random& random, std::size_t events, std::int64_t first_ps, std::uint64_t widest_gap_ps) {
+  Times times;
+  for (std::int64_t time_ps = first_ps; times.size() < events; times.push_back(time_ps)) {
+    const std::uint64_t gap = random.below(widest_gap_ps + 1);
+    time_ps += static_cast<std::int64_t>(random.below(50) == 0 ? 100 * gap : gap);
+  }
+  return times;
+}
+
+Times counts_of(const Times& a_ps, const Times& b_ps, const XcorrWindow& window) {
+  Times counts(detail::BinLayout(window).bins());
+  if (!a_ps.empty() && !b_ps.empty()) detail::count_pairs(a_ps, b_ps, window, counts);
+  return counts;
+}
+
+void expect_as_plain(const Times& a_ps, const Times& b_ps, const XcorrWindow& window) {
+  ASSERT_EQ(counts_of(a_ps, b_ps, window), plain::xcorr_histogram(a_ps, b_ps, window).counts)
+      << a_ps.size() << " A, " << b_ps.size() << " B, range " << window.range_ps << " bin " << window.bin_ps
+      << " offset " << window.offset_ps;
+}
+
+TEST(PairCounting, AgreesWithThePlainFormOnLongLists) {
+  orvo::test::Random random(1);
+  for (int i = 0; i < 400; ++i) {
+    const Times a =
+        walk(random, random.below(3000), -static_cast<std::int64_t>(random.below(200'000)), random.below(200));
+    const Times b =
+        walk(random, random.below(3000), -static_cast<std::int64_t>(random.below(200'000)), random.below(200));
+    const auto range_ps = static_cast<std::int64_t>(1 + random.below(1 + random.below(2000)));
+    const auto bin_ps = static_cast<std::int64_t>(1 + random.below(1 + random.below(300)));
+    expect_as_plain(a, b, {range_ps, bin_ps, static_cast<std::int64_t>(random.below(4000)) - 2000});
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(PairCounting, AgreesWhereOneListIsMuchDenser) {
+  orvo::test::Random random(2);
+  for (const std::uint64_t gap : {3u, 30u, 3000u, 300'000u}) {
+    const Times a = walk(random, 4000, 1000, gap);
+    const Times b = walk(random, 4000, 1000, 1000);
+    expect_as_plain(a, b, {5000, 8, 0});
+    expect_as_plain(b, a, {5000, 8, 0});
+    expect_as_plain(b, a, {5000, 7, -100});
+  }
+}
+
+TEST(PairCounting, AgreesAcrossTimeZero) {
+  orvo::test::Random random(3);
+  const Times a = walk(random, 4000, -100'000, 50);
+  const Times b = walk(random, 4000, -100'000, 50);
+  for (const std::int64_t offset_ps : {-100'000, -3000, -1, 0, 1, 3000, 100'000}) {
+    expect_as_plain(a, b, {500, 8, offset_ps});
+  }
+}
+
+TEST(PairCounting, AgreesWhereTheListsDoNotMeet) {
+  orvo::test::Random random(4);
+  const Times early = walk(random, 2000, 0, 50);
+  const Times late = walk(random, 2000, 100'000'000, 50);
+  expect_as_plain(early, late, {500, 8, 0});
+  expect_as_plain(late, early, {500, 8, 0});
+  expect_as_plain(early, late, {500, 8, 100'000'000});
+  expect_as_plain(late, early, {200'000'000, 800'000, 0});
+}
+
+// A event i is followed by B events i * 1000 - 12 .. +12: each difference once for each A event.
+TEST(PairCounting, EveryDifferenceOfAWindowOnce) {
+  Times a;
+  Times b;
+  for (std::int64_t i = 1; i <= 1000; ++i) {
+    a.push_back(i * 1000);
+    for (std::int64_t d = -12; d <= 12; ++d) b.push_back(i * 1000 + d);
+  }
+  // Bins of 4 around -8, -4, 0, 4, 8; -10 and 10 lie half a bin outside -8 and 8, and so round to bins that are not
+  // there. -6 rounds to -8 and 6 to 8, away from zero, so the middle bin holds -1, 0, 1 only.
+  EXPECT_EQ(counts_of(a, b, {10, 4, 0}), (Times{4000, 4000, 3000, 4000, 4000}));
+  EXPECT_EQ(counts_of(a, b, {10, 5, 0}), (Times{3000, 5000, 5000, 5000, 3000}));  // -10 to -8, -7 to -3, ...
+}
+
+TEST(PairCounting, AMillionPairsOfOneDifference) {
+  const Times same(1000, 77);
+  EXPECT_EQ(counts_of(same, same, {8, 8, 0}), (Times{0, 1'000'000, 0}));
+  const Times apart(1000, 85);
+  Times far(1000, 77);
+  far.resize(1500, 1'000'000);  // so that the windows end before the list does
+  EXPECT_EQ(counts_of(apart, far, {8, 8, 0}), (Times{1'000'000, 0, 0}));
+  EXPECT_EQ(counts_of(apart, far, {8, 8, -8}), (Times{0, 1'000'000, 0}));
+}
+
+TEST(PairCounting, AgreesForWindowsBeyondAMillisecond) {
+  orvo::test::Random random(5);
+  const Times a = walk(random, 2000, 0, 1'000'000'000);
+  const Times b = walk(random, 2000, 0, 1'000'000'000);
+  expect_as_plain(a, b, {5'000'000'000, 1'000'000, 0});
+  expect_as_plain(a, b, {5'000'000'001, 999'999, 123});
+}
+
+TEST(PairLanes, CountsThatMoveToTheBinsEarlyAreTheSame) {
+  orvo::test::Random random(6);
+  const Times a = walk(random, 3000, 1000, 50);
+  const Times b = walk(random, 3000, 1000, 50);
+  const XcorrWindow window{1000, 8, 0};
+  Times counts(detail::BinLayout(window).bins());
+  Times counts_in_one(counts.size());
+  const detail::SlotOfReach<std::uint64_t> slot_of(window, counts.size());
+  detail::PairLanes<detail::SlotOfReach<std::uint64_t>, 100> lanes(window, slot_of, counts);
+  detail::PairLanes<detail::SlotOfReach<std::uint64_t>> lanes_in_one(window, slot_of, counts_in_one);
+  const std::size_t counted = lanes.count(a, b);
+  EXPECT_GE(counted, 2500u);
+  EXPECT_EQ(lanes_in_one.count(a, b), counted);
+  EXPECT_EQ(counts, counts_in_one);
+  EXPECT_EQ(
+      counts,
+      plain::xcorr_histogram(Times(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(counted)), b, window).counts);
+}
+
+TEST(PairLanes, LeavesAListThatIsTooShortAlone) {
+  const XcorrWindow window{1000, 8, 0};
+  Times counts(detail::BinLayout(window).bins());
+  detail::PairLanes lanes(window, detail::SlotOfReach<std::uint64_t>(window, counts.size()), counts);
+  EXPECT_EQ(lanes.count(Times{}, Times{}), 0u);
+  EXPECT_EQ(lanes.count(Times(5000, 2000), Times{3000, 4000, 5000}), 0u);
+  EXPECT_EQ(lanes.count(Times(255, 2000), Times(100, 5000)), 0u);
+  EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 5000)), 256u);
+  EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 3001)), 256u);
+  EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 3000)), 0u);  // the windows reach the end of B
+}
+
+}  // namespace
