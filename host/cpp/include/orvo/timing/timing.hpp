@@ -9,4 +9,5 @@
 #include "orvo/timing/stream_file_reader.hpp"
 #include "orvo/timing/stream_file_writer.hpp"
 #include "orvo/timing/time_tag.hpp"
+#include "orvo/timing/version.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"

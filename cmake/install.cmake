@@ -1,0 +1,28 @@
+# What an installation holds, each at its place by GNUInstallDirs. Nothing in it names the place where it lies, so that
+# the tree can be moved; only the verification tool names its product directory, see ORVO_SOURCE_ROOT.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# The library is headers: what finds it fits any machine and goes to share/.
+set(orvo_cmake_dir "${CMAKE_INSTALL_DATADIR}/cmake/${PROJECT_NAME}")
+install(TARGETS orvo_timing EXPORT orvo_timing FILE_SET HEADERS)
+install(EXPORT orvo_timing FILE orvo_timingConfig.cmake NAMESPACE orvo:: DESTINATION "${orvo_cmake_dir}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/orvo_timingConfigVersion.cmake"
+  COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)
+install(FILES "${PROJECT_BINARY_DIR}/orvo_timingConfigVersion.cmake" DESTINATION "${orvo_cmake_dir}")
+
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR
+  BASE_DIRECTORY "${CMAKE_INSTALL_FULL_DATADIR}/pkgconfig" OUTPUT_VARIABLE orvo_include_from_pkgconfig)
+configure_file(cmake/orvo_timing.pc.in orvo_timing.pc @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/orvo_timing.pc" DESTINATION "${CMAKE_INSTALL_DATADIR}/pkgconfig")
+
+if(ORVO_BUILD_TOOLS)
+  install(TARGETS vq_verify_stream_file_xcorr vq_simulate_stream_file)
+  install(FILES docs/man/vq_verify_stream_file_xcorr.1 docs/man/vq_simulate_stream_file.1
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+endif()
+
+install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}" OPTIONAL)
+install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}" PATTERN man EXCLUDE)
+install(DIRECTORY examples DESTINATION "${CMAKE_INSTALL_DOCDIR}")

@@ -1,0 +1,11 @@
+# The manual pages are formatted without a complaint.
+find_program(groff groff)
+if(NOT groff)
+  message("SKIPPED: there is no groff")
+  return()
+endif()
+file(GLOB pages "${CHECKOUT}/docs/man/*.1")
+foreach(page IN LISTS pages)
+  execute_process(COMMAND "${groff}" -mdoc -Tutf8 -w mac -w break -z "${page}" ERROR_VARIABLE complaints)
+  expect("${page}" "" "${complaints}")
+endforeach()

@@ -1,0 +1,25 @@
+# The manual pages describe the options that the programs have, and no others.
+function(read_page program pattern result)
+  file(STRINGS "${CHECKOUT}/docs/man/${program}.1" lines REGEX "${pattern}")
+  list(TRANSFORM lines REPLACE "${pattern}.*" "\\1")
+  list(SORT lines)
+  set(${result} "${lines}" PARENT_SCOPE)
+endfunction()
+
+run("${TOOLS}/vq_simulate_stream_file" --help)
+string(REGEX MATCHALL "\n  --[a-z-]+" options "${output}")
+list(TRANSFORM options REPLACE "^\n  --" "")
+list(APPEND options help)
+list(SORT options)
+read_page(vq_simulate_stream_file "^\\.It Fl -([a-z-]+)" described)
+expect("options of the simulator" "${options}" "${described}")
+
+read_page(vq_verify_stream_file_xcorr "^\\.It Fl -([a-z-]+)" described)
+expect("flags of the verification" "bin;help;max-tags;offset;out-prefix;range" "${described}")
+
+run("${TOOLS}/vq_verify_stream_file_xcorr" --help)
+string(REGEX MATCHALL "\n  [a-z_]+=" keys "${output}")
+list(TRANSFORM keys REPLACE "\n  |=" "")
+list(SORT keys)
+read_page(vq_verify_stream_file_xcorr "^\\.It Cm ([a-z_]+) Ta" described)
+expect("settings of the verification" "${keys}" "${described}")
