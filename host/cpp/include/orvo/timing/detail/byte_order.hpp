@@ -1,7 +1,9 @@
 #pragma once
 // Loads and stores spelled as shifts: GCC and Clang make one instruction of each.
 #include <array>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 namespace orvo::timing::detail {
 
@@ -13,6 +15,21 @@ constexpr std::uint64_t load_be64(const std::uint8_t* p) {
   return std::uint64_t{p[0]} << 56 | std::uint64_t{p[1]} << 48 | std::uint64_t{p[2]} << 40 |
          std::uint64_t{p[3]} << 32 | std::uint64_t{p[4]} << 24 | std::uint64_t{p[5]} << 16 |
          std::uint64_t{p[6]} << 8 | std::uint64_t{p[7]};
+}
+
+/// In whatever order this machine has: for comparing words with each other.
+inline std::uint64_t load_native64(const std::uint8_t* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+/// What `load_native64` gives where `load_be64` gives `word`.
+constexpr std::uint64_t native_of_be64(std::uint64_t word) {
+  if (std::endian::native == std::endian::big) return word;
+  std::uint64_t turned = 0;
+  for (int i = 0; i < 8; ++i, word >>= 8) turned = turned << 8 | (word & 0xFF);
+  return turned;
 }
 
 constexpr std::uint32_t load_le32(const std::uint8_t* p) {

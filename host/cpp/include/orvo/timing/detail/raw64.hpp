@@ -1,6 +1,8 @@
 #pragma once
 // raw64: one big-endian 64-bit word per tag, in one of two tag formats.
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "orvo/timing/detail/byte_order.hpp"
@@ -13,6 +15,8 @@ namespace orvo::timing::detail {
 /// Picosecond word:  63 zero | 62..61 channel | 60..44 zero | 43..0 time, ps
 struct Raw64PsWord {
   static constexpr std::uint64_t kPeriod = kDevicePeriodPs;
+  /// Words that agree in these bits are all records or all none, and their counts less than 2^40 apart.
+  static constexpr std::uint64_t kStretchBits = 0x9FFF'FF00'0000'0000;
   std::uint64_t bits;
 
   constexpr bool is_record() const { return (bits & 0x9FFF'F000'0000'0000) == 0; }
@@ -22,6 +26,11 @@ struct Raw64PsWord {
     const std::uint64_t time_ps = bits & 0xFFF'FFFF'FFFF;
     return time_ps < kPeriod ? time_ps : time_ps - kPeriod;
   }
+  /// The same for words of a stretch that ends before the period does.
+  constexpr std::uint64_t count_within() const { return bits & 0xFFF'FFFF'FFFF; }
+  /// The lowest count of this word's stretch.
+  constexpr std::uint64_t stretch_begin() const { return bits & 0xF00'0000'0000; }
+  constexpr bool stretch_is_within() const { return stretch_begin() + 0x100'0000'0000 <= kPeriod; }
   std::int64_t time_ps(std::uint64_t unwrapped, const std::int64_t*) const {
     return static_cast<std::int64_t>(unwrapped);
   }
@@ -33,11 +42,15 @@ static_assert(Raw64PsWord{0xFFF'FFFF'FFFF}.count() == 0xFFF'FFFF'FFFF - kDeviceP
 /// Coarse/fine word:  63 zero | 62..61 channel | 60..45 marker 0xA5C3 | 44..13 coarse count | 12..0 fine code
 struct Raw64CoarseFineWord {
   static constexpr std::uint64_t kPeriod = kCoarseCounts;
+  static constexpr std::uint64_t kStretchBits = 0x9FFF'FE00'0000'0000;
   std::uint64_t bits;
 
   constexpr bool is_record() const { return (bits & 0x9FFF'E000'0000'0000) == 0x14B8'6000'0000'0000; }
   constexpr unsigned channel() const { return bits >> 61 & 3; }
   constexpr std::uint64_t count() const { return bits >> 13 & 0xFFFF'FFFF; }
+  constexpr std::uint64_t count_within() const { return count(); }
+  constexpr std::uint64_t stretch_begin() const { return count() & 0xF000'0000; }
+  constexpr bool stretch_is_within() const { return true; }
   /// The fine time measures from the event back to the clock edge that the coarse count names.
   std::int64_t time_ps(std::uint64_t unwrapped, const std::int64_t* fine_ps) const {
     return static_cast<std::int64_t>(unwrapped * kCoarsePeriodPs -
@@ -49,44 +62,85 @@ static_assert(Raw64CoarseFineWord{0x34B8'6000'0000'2001}.count() == 1);
 
 /// Unwrapping of one channel.
 struct Raw64Unwrap {
-  std::uint64_t previous;
-  std::uint64_t epoch;
+  static constexpr std::uint64_t kNone = UINT64_MAX;  // no count follows on it by a wrap
+  std::uint64_t previous = kNone;
+  std::uint64_t epoch = 0;
 };
+using Raw64Unwraps = std::array<Raw64Unwrap, kChannels>;
+
+/// Takes the word at `at`, if it is a record; returns where the next one may start.
+template <class Word, class Sink>
+const std::uint8_t* take_raw64_word(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps,
+                                    Sink& sink) {
+  const Word word{load_be64(at)};
+  if (!word.is_record()) return at + 1;
+  Raw64Unwrap& unwrap = unwraps[word.channel()];
+  const std::uint64_t count = word.count();
+  if (wrapped(unwrap.previous, count, Word::kPeriod)) unwrap.epoch += Word::kPeriod;
+  unwrap.previous = count;
+  sink.add(word.channel(), word.time_ps(count + unwrap.epoch, fine_ps));
+  return at + 8;
+}
+
+/// Words looked at together.
+inline constexpr std::size_t kRaw64Block = 256;
+
+/// True when the block at `at` holds nothing but records, all of one stretch, in which no channel's count can wrap.
+/// The words are compared as they lie, without turning their bytes.
+template <class Word>
+bool raw64_block_is_plain(const std::uint8_t* at, const Raw64Unwraps& unwraps) {
+  const Word first{load_be64(at)};
+  if (!first.is_record() || !first.stretch_is_within()) return false;
+  for (const Raw64Unwrap& unwrap : unwraps) {
+    if (wrapped(unwrap.previous, first.stretch_begin(), Word::kPeriod)) return false;
+  }
+  const std::uint64_t reference = load_native64(at);
+  std::uint64_t differing = 0;
+  for (std::size_t i = 0; i < kRaw64Block; ++i) differing |= load_native64(at + 8 * i) ^ reference;
+  return (differing & native_of_be64(Word::kStretchBits)) == 0;
+}
+
+/// Takes a block of which that is true: nothing is left to ask.
+template <class Word, class Sink>
+void take_plain_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps, Sink& sink) {
+  for (std::size_t i = 0; i < kRaw64Block; ++i) {
+    const Word word{load_be64(at + 8 * i)};
+    Raw64Unwrap& unwrap = unwraps[word.channel()];
+    unwrap.previous = word.count_within();
+    sink.add(word.channel(), word.time_ps(word.count_within() + unwrap.epoch, fine_ps));
+  }
+}
 
 /// Decodes every record of the pending bytes. What is no record is skipped byte by byte; at most 7 bytes stay
 /// pending.
 template <class Word, class Sink>
 void scan_raw64(StreamDecoder& decoder, Sink& sink) {
+  constexpr std::ptrdiff_t kBlockBytes = 8 * kRaw64Block;
   const std::uint8_t* at = decoder.pending_bytes.begin();
   const std::uint8_t* const end = decoder.pending_bytes.end();
   const std::int64_t* const fine_ps = decoder.fine_table_ps.data();
   // Local: stores through the sink could change the decoder's own numbers, for all the compiler knows.
-  std::array<Raw64Unwrap, kChannels> unwrap;
+  Raw64Unwraps unwraps;
   for (unsigned c = 0; c < kChannels; ++c) {
-    unwrap[c] = {decoder.raw64_prev_valid[c] ? decoder.raw64_prev[c] : 0, decoder.raw64_epoch[c]};
+    unwraps[c].epoch = decoder.raw64_epoch[c];
+    if (decoder.raw64_prev_valid[c]) unwraps[c].previous = decoder.raw64_prev[c];
   }
-  unsigned seen = 0;
   sink.begin_chunk(decoder.pending_bytes.size() / 8);
   while (end - at >= 8) {
-    const Word word{load_be64(at)};
-    if (!word.is_record()) {
-      ++at;
+    if (end - at >= kBlockBytes && raw64_block_is_plain<Word>(at, unwraps)) {
+      take_plain_raw64_block<Word>(at, unwraps, fine_ps, sink);
+      at += kBlockBytes;
       continue;
     }
-    at += 8;
-    const unsigned c = word.channel();
-    const std::uint64_t count = word.count();
-    if (wrapped(unwrap[c].previous, count, Word::kPeriod)) unwrap[c].epoch += Word::kPeriod;
-    unwrap[c].previous = count;
-    seen |= 1u << c;
-    sink.add(c, word.time_ps(count + unwrap[c].epoch, fine_ps));
+    const std::uint8_t* const stop = std::min(end - 7, at + kBlockBytes);
+    while (at < stop) at = take_raw64_word<Word>(at, unwraps, fine_ps, sink);
   }
   sink.end_chunk();
   for (unsigned c = 0; c < kChannels; ++c) {
-    if ((seen >> c & 1) == 0) continue;
+    if (unwraps[c].previous == Raw64Unwrap::kNone) continue;
     decoder.raw64_prev_valid[c] = true;
-    decoder.raw64_prev[c] = unwrap[c].previous;
-    decoder.raw64_epoch[c] = unwrap[c].epoch;
+    decoder.raw64_prev[c] = unwraps[c].previous;
+    decoder.raw64_epoch[c] = unwraps[c].epoch;
   }
   decoder.pending_bytes.consume(static_cast<std::size_t>(at - decoder.pending_bytes.begin()));
 }
