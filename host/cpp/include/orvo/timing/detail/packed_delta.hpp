@@ -244,16 +244,13 @@ class PackedRecords {
     return packed_record(bit_field(bytes_.data(), bytes_.size(), position(index), layout_.width()), layout_);
   }
 
-  /// Records up to here can be had from `fast`, which loads 8 bytes without looking where the chunk ends.
+  /// Records up to here can be read with loads of 8 bytes from where they start.
   std::uint64_t fast_size() const { return fast_size_; }
-  PackedRecord fast(std::uint64_t index) const {
-    const std::uint64_t bit = position(index);
-    return packed_record(load_be64(bytes_.data() + bit / 8) << (bit % 8) >> (64 - layout_.width()), layout_);
-  }
-
- private:
+  const std::uint8_t* bytes() const { return bytes_.data(); }
+  /// The first bit of a record.
   std::uint64_t position(std::uint64_t index) const { return first_bit_ + index * layout_.width(); }
 
+ private:
   PackedLayout layout_;
   std::span<const std::uint8_t> bytes_;
   std::uint64_t first_bit_;
@@ -267,27 +264,32 @@ template <class Sink>
 std::uint64_t take_plain_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
                                  std::uint64_t k, ChannelCounts& emitted, Sink& sink) {
   if (decoder.pk_sync_left > 0) return k;
-  // No step back, no wrap step, not implausible: what is left of the rules is adding up.
-  const std::uint64_t longest_ps = std::min({rules.modulus / 2, rules.wrap_step, kImplausiblePs});
-  std::array<bool, kChannels> chains{};
+  // A shorter difference is no step back, has no wrap step in it and is not implausible: what is left of the rules is
+  // adding up. For channels of which that is not true, no difference is short enough.
+  std::array<std::uint64_t, kChannels> limit_ps{};
   for (unsigned c = 0; c < kChannels; ++c) {
-    chains[c] = is_active(rules.active, c) && decoder.pk_has_time[c] &&
-                decoder.pk_anchor_channel != static_cast<std::int32_t>(c);
+    const bool chains = is_active(rules.active, c) && decoder.pk_has_time[c] &&
+                        decoder.pk_anchor_channel != static_cast<std::int32_t>(c);
+    if (chains) limit_ps[c] = std::min({rules.modulus / 2, rules.wrap_step, kImplausiblePs});
   }
+  // Local copies: stores through the sink could change any number behind a reference, for all the compiler knows.
+  const PackedLayout layout = rules.layout;
+  const unsigned quantum_shift = rules.quantum_shift;
+  const std::uint8_t* const bytes = records.bytes();
+  const std::uint64_t end = records.fast_size();
   std::array<std::int64_t, kChannels> last_ps = decoder.pk_last_time;
   std::array<std::uint64_t, kChannels> overflow = decoder.pk_overflow;
   std::array<std::uint64_t, kChannels> last_gap_ps = decoder.pk_last_delta;
   ChannelCounts taken{};
-  for (; k < records.fast_size(); ++k) {
-    const auto [c, flag, payload] = records.fast(k);
-    if (!chains[c]) break;
+  for (std::uint64_t bit = records.position(k); k < end; ++k, bit += layout.width()) {
+    const auto [c, flag, payload] = leading_packed_record(load_be64(bytes + bit / 8) << (bit % 8), layout);
     if (flag) {
-      if (payload == rules.layout.all_ones()) break;
+      if (payload == layout.all_ones() || limit_ps[c] == 0) break;
       overflow[c] += payload;
       continue;
     }
-    const std::uint64_t gap_ps = ((overflow[c] << rules.layout.delta_bits) + payload) << rules.quantum_shift;
-    if (gap_ps > longest_ps) break;
+    const std::uint64_t gap_ps = ((overflow[c] << layout.delta_bits) + payload) << quantum_shift;
+    if (gap_ps >= limit_ps[c]) break;
     overflow[c] = 0;
     last_ps[c] = advanced(last_ps[c], gap_ps);
     last_gap_ps[c] = gap_ps;
