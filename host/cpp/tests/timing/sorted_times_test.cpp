@@ -12,7 +12,7 @@
 
 namespace {
 
-using orvo::timing::detail::insert_in_order;
+using orvo::timing::detail::ascending_runs;
 using orvo::timing::detail::sort_times;
 using orvo::timing::detail::SortedTimes;
 using Times = std::vector<std::int64_t>;
@@ -71,28 +71,52 @@ TEST(SortedTimes, AListInOrderIsNotCopied) {
   EXPECT_EQ(view.size(), times.size());
 }
 
+using Runs = std::vector<std::size_t>;
+
 // These must not fall back to the general sort, which costs many times as much.
-TEST(InsertInOrder, DoesWithFewStepsBack) {
+TEST(AscendingRuns, TimesLateByAFewPlacesGoToTheirs) {
   Times times = count_up(10'000);
-  EXPECT_TRUE(insert_in_order(times));
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 10'000}));
   for (std::size_t i = 0; i + 8 < times.size(); i += 20) std::swap(times[i], times[i + 8]);
-  EXPECT_TRUE(insert_in_order(times));
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 10'000}));
   EXPECT_EQ(times, count_up(10'000));
   times[100] = 1'000'000;  // one time that went astray
-  EXPECT_TRUE(insert_in_order(times));
-  EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
-  times.back() = -100;
-  EXPECT_TRUE(insert_in_order(times));
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 10'000}));
   EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
 }
 
-TEST(InsertInOrder, GivesUpWithoutLosingATime) {
+TEST(AscendingRuns, AStepBackOverMorePlacesBeginsARun) {
+  Times times = count_up(10'000);
+  std::rotate(times.begin(), times.begin() + 7000, times.end());
+  const Times rotated = times;
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 3000, 10'000}));
+  EXPECT_EQ(times, rotated);
+  times = count_up(100);
+  times.push_back(times[100 - 31]);  // 30 times are later
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 101}));
+  times = count_up(100);
+  times.push_back(times[100 - 33] - 1);  // 33 are later: too many
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 100, 101}));
+}
+
+TEST(AscendingRuns, GivesUpWithoutLosingATime) {
   Times times = count_up(10'000);
   std::reverse(times.begin(), times.end());
-  EXPECT_FALSE(insert_in_order(times));
-  EXPECT_TRUE(std::is_permutation(times.begin(), times.begin() + 100, count_up(10'000).end() - 100));
+  EXPECT_EQ(ascending_runs(times), Runs{});
   std::sort(times.begin(), times.end());
   EXPECT_EQ(times, count_up(10'000));
+}
+
+TEST(SortTimes, MergesAnyNumberOfRuns) {
+  for (std::size_t runs = 1; runs <= 9; ++runs) {
+    Times times;
+    for (std::size_t run = 0; run < runs; ++run) {
+      const Times more = count_up(20'000 + 100 * run);
+      times.insert(times.end(), more.begin(), more.end());
+    }
+    EXPECT_EQ(ascending_runs(times).size(), runs + 1);
+    expect_sorted(times);
+  }
 }
 
 }  // namespace

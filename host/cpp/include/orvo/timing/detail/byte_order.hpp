@@ -19,7 +19,7 @@ constexpr std::uint64_t load_be64(const std::uint8_t* p) {
 
 /// In whatever order this machine has: for comparing words with each other.
 inline std::uint64_t load_native64(const std::uint8_t* p) {
-  std::uint64_t word;
+  std::uint64_t word = 0;
   std::memcpy(&word, p, sizeof word);
   return word;
 }

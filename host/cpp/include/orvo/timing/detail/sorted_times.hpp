@@ -4,32 +4,63 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <utility>
+#include <vector>
 
 #include "orvo/timing/detail/time_list.hpp"
 
 namespace orvo::timing::detail {
 
-/// Insertion sort that gives up, with the times still all there, when they turn out to be far from sorted: after four
-/// steps for each time looked at so far.
-inline bool insert_in_order(std::span<std::int64_t> times_ps) {
+/// Where ascending runs of times begin, and the end. Times that are late by a few places are moved to theirs; a step
+/// back farther than that begins a run. Empty when the times are in disorder: so many steps back, or runs so short,
+/// that a sort of everything costs less than going on. The times are all there in any case.
+inline std::vector<std::size_t> ascending_runs(std::span<std::int64_t> times_ps) {
+  constexpr std::size_t kFewPlaces = 32;
+  std::vector<std::size_t> starts{0};
   std::size_t steps = 0;
   for (std::size_t i = 1; i < times_ps.size(); ++i) {
     const std::int64_t time_ps = times_ps[i];
     if (times_ps[i - 1] <= time_ps) [[likely]]
       continue;
-    const std::size_t first = i - std::min(i, 4 * i - steps);
-    std::size_t place = i;
-    for (; place > first && times_ps[place - 1] > time_ps; --place) times_ps[place] = times_ps[place - 1];
-    times_ps[place] = time_ps;
+    const std::size_t first = std::max(starts.back(), i - std::min(i, kFewPlaces));
+    std::size_t place = i - 1;
+    while (place > first && times_ps[place - 1] > time_ps) --place;
     steps += i - place;
-    if (place == first && place > 0) return false;
+    if (steps > 4 * i || starts.size() > 8 + i / 1024) return {};
+    if (place == first && first > starts.back()) {
+      starts.push_back(i);
+      continue;
+    }
+    for (std::size_t to = i; to > place; --to) times_ps[to] = times_ps[to - 1];
+    times_ps[place] = time_ps;
   }
-  return true;
+  starts.push_back(times_ps.size());
+  return starts;
 }
 
-/// Sorts times in place. Recorded times are in order, or nearly so.
+/// Merges neighbouring runs in pairs until one is left.
+inline void merge_runs(std::span<std::int64_t> times_ps, std::vector<std::size_t> starts) {
+  const auto at = [&](std::size_t run) { return times_ps.begin() + static_cast<std::ptrdiff_t>(starts[run]); };
+  while (starts.size() > 2) {
+    std::size_t kept = 1;
+    for (std::size_t run = 0; run + 1 < starts.size(); run += 2) {
+      const std::size_t after = std::min(run + 2, starts.size() - 1);
+      std::inplace_merge(at(run), at(run + 1), at(after));
+      starts[kept++] = starts[after];
+    }
+    starts.resize(kept);
+  }
+}
+
+/// Sorts times in place. Recorded times are in order or nearly so; where a recording was broken off and taken up
+/// again, they start anew.
 inline void sort_times(std::span<std::int64_t> times_ps) {
-  if (!insert_in_order(times_ps)) std::sort(times_ps.begin(), times_ps.end());
+  std::vector<std::size_t> runs = ascending_runs(times_ps);
+  if (runs.empty()) {
+    std::sort(times_ps.begin(), times_ps.end());
+  } else {
+    merge_runs(times_ps, std::move(runs));
+  }
 }
 
 /// A view of a list's times in ascending order: the list itself where it is in order, else a sorted copy.
