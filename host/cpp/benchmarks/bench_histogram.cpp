@@ -1,45 +1,83 @@
 // The histogram beside its plain twin: two sorted copies and two binary searches for each A event.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "plain/xcorr_histogram_plain.hpp"
 #include "support/inputs.hpp"
+#include "support/lazy.hpp"
+#include "support/rows.hpp"
 
 namespace {
 
 using namespace orvo;
+using Channels = bench::Lazy<bench::TwoChannels>;
 
-/// range(0) = A events, range(1) = mean spacing, range(2) = range, range(3) = bin width, all in picoseconds.
+constexpr std::int64_t kOffsetPs = 160;
+
+timing::XcorrHistogram histogram(const bench::TwoChannels& channels, const timing::XcorrWindow& window) {
+  return timing::xcorr_histogram(channels.a, channels.b, window.range_ps, window.bin_ps, window.offset_ps);
+}
+
+timing::XcorrHistogram plain_histogram(const bench::TwoChannels& channels, const timing::XcorrWindow& window) {
+  return test::plain::xcorr_histogram<std::int64_t>(channels.a, channels.b, window);
+}
+
+/// As `histogram`, with the standard library's sort.
+timing::XcorrHistogram histogram_after_standard_sort(const bench::TwoChannels& channels,
+                                                     const timing::XcorrWindow& window) {
+  bench::TwoChannels sorted = channels;
+  std::sort(sorted.a.begin(), sorted.a.end());
+  std::sort(sorted.b.begin(), sorted.b.end());
+  return timing::xcorr_histogram_sorted(sorted.a, sorted.b, window);
+}
+
 template <class Histogram>
-void correlate(benchmark::State& state, Histogram histogram) {
-  const auto events = static_cast<std::size_t>(state.range(0));
-  const bench::TwoChannels channels = bench::two_channels(events, static_cast<double>(state.range(1)));
-  const timing::XcorrWindow window{state.range(2), state.range(3), 160};
-  for (auto _ : state) benchmark::DoNotOptimize(histogram(channels, window));
-  state.counters["s/event"] = benchmark::Counter(
-      static_cast<double>(events), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+auto measure(const Channels& channels, const timing::XcorrWindow& window, Histogram form) {
+  return [=](benchmark::State& state) {
+    timing::XcorrHistogram result;
+    for (auto _ : state) benchmark::DoNotOptimize(result = form(*channels, window));
+    const auto events = static_cast<double>(channels->a.size());
+    char pairs[32];
+    std::snprintf(pairs, sizeof pairs, "%.2f pairs/event", static_cast<double>(xcorr_moments(result).total) / events);
+    state.SetLabel(pairs);
+    bench::give_time(state, "ns/event", events);
+  };
 }
 
-void sources(benchmark::internal::Benchmark* bench) {
-  bench->ArgNames({"events", "spacing", "range", "bin"});
-  for (const std::int64_t bin : {8, 7, 800}) bench->Args({1'000'000, 20'000, 5'000, bin});
-  bench->Args({1'000'000, 1'000'000, 5'000, 8});
-  bench->Args({100'000, 20'000, 1'000'000, 8});
-  bench->Unit(benchmark::kMillisecond);
+void add(const std::string& events, const Channels& channels, const timing::XcorrWindow& window) {
+  const std::string work = "histogram, " + events + ", bin " + std::to_string(window.bin_ps);
+  bench::add_fast(work, measure(channels, window, histogram));
+  bench::add_plain(work, measure(channels, window, plain_histogram));
 }
 
-void histogram(benchmark::State& state) {
-  correlate(state, [](const bench::TwoChannels& channels, const timing::XcorrWindow& window) {
-    return timing::xcorr_histogram(channels.a, channels.b, window.range_ps, window.bin_ps, window.offset_ps);
-  });
+void add_unsorted(const std::string& order, const Channels& channels) {
+  const timing::XcorrWindow window{5'000, 8, kOffsetPs};
+  add("20 ns apart, " + order, channels, window);
+  bench::add_fast("the same after std::sort of both, " + order,
+                  measure(channels, window, histogram_after_standard_sort));
 }
-BENCHMARK(histogram)->Apply(sources);
-
-void plain_histogram(benchmark::State& state) {
-  correlate(state, [](const bench::TwoChannels& channels, const timing::XcorrWindow& window) {
-    return test::plain::xcorr_histogram(channels.a, channels.b, window);
-  });
-}
-BENCHMARK(plain_histogram)->Apply(sources);
 
 }  // namespace
+
+void orvo::bench::add_histogram() {
+  const Channels sparse([] { return two_channels(1'000'000, 20'000); });
+  const Channels low_rate([] { return two_channels(1'000'000, 1'000'000); });
+  const Channels long_sparse([] { return two_channels(10'000'000, 20'000); });
+  const Channels long_low_rate([] { return two_channels(10'000'000, 1'000'000); });
+  const Channels by_chance([] { return two_channels(10'000'000, 1'000'000, 0); });
+  const Channels few([] { return two_channels(100'000, 20'000); });
+  for (const std::int64_t bin : {8, 7, 800}) add("20 ns apart", sparse, {5'000, bin, kOffsetPs});
+  for (const std::int64_t bin : {8, 7, 800}) add("1 us apart", low_rate, {5'000, bin, kOffsetPs});
+  add("20 ns apart, 10 million", long_sparse, {5'000, 8, kOffsetPs});
+  add("1 us apart, 10 million", long_low_rate, {5'000, 8, kOffsetPs});
+  add("1 us apart, 10 million, unrelated", by_chance, {5'000, 8, kOffsetPs});
+  for (const std::int64_t bin : {8, 7, 800}) add("20 ns apart, range 1 us", few, {1'000'000, bin, kOffsetPs});
+  add_unsorted("1 % late", Channels([=] {
+                 return TwoChannels{slightly_unsorted(sparse->a), slightly_unsorted(sparse->b)};
+               }));
+  add_unsorted("shuffled", Channels([=] { return TwoChannels{shuffled(sparse->a), shuffled(sparse->b)}; }));
+}

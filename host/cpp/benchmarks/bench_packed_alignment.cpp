@@ -3,7 +3,10 @@
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "plain/packed_alignment_plain.hpp"
+#include "support/captures.hpp"
 #include "support/inputs.hpp"
+#include "support/lazy.hpp"
+#include "support/rows.hpp"
 
 namespace {
 
@@ -11,39 +14,30 @@ using namespace orvo;
 
 constexpr std::size_t kWindowBytes = 65'536;
 
-enum Window : std::int64_t { aligned, noise };
-
-bench::Bytes window(std::int64_t kind) {
-  bench::Bytes bytes;
-  if (kind == aligned) {
-    bytes = bench::packed_payload(bench::merged(bench::two_channels(20'000, 20'000)), 16);
-  } else {
-    bench::Random random(4);
-    for (std::size_t i = 0; i < kWindowBytes; ++i) bytes.push_back(static_cast<std::uint8_t>(random.bits()));
-  }
+bench::Bytes aligned_window() {
+  bench::Bytes bytes =
+      bench::packed_payload(bench::in_quanta(bench::merged(bench::two_channels(20'000, 20'000))), 16).bytes;
   bytes.resize(kWindowBytes);
   return bytes;
 }
 
-timing::StreamFileHeader two_channel_header() {
-  timing::StreamFileHeader header;
-  header.channel_mask = 0b0011;
-  return header;
+void add(const std::string& work, const bench::Lazy<bench::Bytes>& window) {
+  bench::add_fast(work, [window](benchmark::State& state) {
+    timing::StreamDecoder decoder(bench::packed(16).header());
+    decoder.pending_bytes.append(window->data(), window->size());
+    for (auto _ : state) benchmark::DoNotOptimize(decoder.probe_packed_alignment(16, 19));
+    bench::give_time(state, "ms");
+  });
+  bench::add_plain(work, [window](benchmark::State& state) {
+    const test::plain::AlignmentQuestion question{0b0011, timing::StreamMode::external, 16, 19, *window};
+    for (auto _ : state) benchmark::DoNotOptimize(test::plain::search_alignment(question));
+    bench::give_time(state, "ms");
+  });
 }
-
-void search(benchmark::State& state) {
-  timing::StreamDecoder decoder(two_channel_header());
-  const bench::Bytes bytes = window(state.range(0));
-  decoder.pending_bytes.append(bytes.data(), bytes.size());
-  for (auto _ : state) benchmark::DoNotOptimize(decoder.probe_packed_alignment(16, 19));
-}
-BENCHMARK(search)->Arg(aligned)->Arg(noise)->Unit(benchmark::kMillisecond);
-
-void literal_search(benchmark::State& state) {
-  const bench::Bytes bytes = window(state.range(0));
-  const test::plain::AlignmentQuestion question{0b0011, timing::StreamMode::external, 16, 19, bytes};
-  for (auto _ : state) benchmark::DoNotOptimize(test::plain::search_alignment(question));
-}
-BENCHMARK(literal_search)->Arg(aligned)->Arg(noise)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+
+void orvo::bench::add_packed_alignment() {
+  add("alignment search, 64 KiB of records", Lazy<Bytes>(aligned_window));
+  add("alignment search, 64 KiB of noise", Lazy<Bytes>([] { return noise(kWindowBytes); }));
+}

@@ -39,14 +39,14 @@ class Random {
   std::uint64_t state_;
 };
 
-/// Two channels with the same mean spacing. Every second B event belongs to an A event, 160 ps behind it with a
-/// jitter of about 70 ps; the others come by chance.
+/// Two channels with the same mean spacing. A share of the B events belongs to A events, 160 ps behind them with a
+/// jitter of about 50 ps; the others come by chance.
 struct TwoChannels {
   Times a;
   Times b;
 };
 
-inline TwoChannels two_channels(std::size_t events, double spacing_ps) {
+inline TwoChannels two_channels(std::size_t events, double spacing_ps, int paired_percent = 50) {
   Random random(1);
   TwoChannels channels;
   channels.a.reserve(events);
@@ -56,12 +56,12 @@ inline TwoChannels two_channels(std::size_t events, double spacing_ps) {
   for (std::size_t i = 0; i < events; ++i) {
     a += random.gap(spacing_ps);
     channels.a.push_back(a);
-    if ((random.bits() & 1) != 0) {
+    if (random.below(100) < paired_percent) {
       channels.b.push_back(a + 40 + random.below(120) + random.below(120));
     }
   }
   while (channels.b.size() < events) {
-    chance += random.gap(2 * spacing_ps);
+    chance += random.gap(spacing_ps * 100 / (100 - paired_percent));
     channels.b.push_back(chance);
   }
   std::sort(channels.b.begin(), channels.b.end());
@@ -81,6 +81,16 @@ inline std::vector<timing::TimeTag> merged(const TwoChannels& channels) {
   return tags;
 }
 
+/// Times as packed_delta can write them: whole quanta of 8 ps, each channel's strictly ascending.
+inline std::vector<timing::TimeTag> in_quanta(std::vector<timing::TimeTag> tags) {
+  std::array<std::int64_t, 4> last{};
+  for (timing::TimeTag& tag : tags) {
+    tag.time_ps = std::max(tag.time_ps / 8 * 8, last[tag.channel] + 8);
+    last[tag.channel] = tag.time_ps;
+  }
+  return tags;
+}
+
 /// Swaps a few neighbours: one event in a hundred is late by up to 8 places.
 inline Times slightly_unsorted(Times times) {
   Random random(2);
@@ -96,6 +106,13 @@ inline Times shuffled(Times times) {
     std::swap(times[i - 1], times[static_cast<std::size_t>(random.below(static_cast<std::int64_t>(i)))]);
   }
   return times;
+}
+
+inline Bytes noise(std::size_t size) {
+  Random random(4);
+  Bytes bytes(size);
+  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random.bits());
+  return bytes;
 }
 
 /// Bits, most significant first.
@@ -144,7 +161,13 @@ inline Bytes raw64_cf_payload(const std::vector<timing::TimeTag>& tags) {
   return out.finish();
 }
 
-/// With a time base before every 5000th event of a channel.
+/// Before every 5000th event of a channel, but not where it has the time of the one before: decoders take a base that
+/// does not lead on for damage.
+inline bool is_base_due(std::uint64_t event, std::uint64_t delta) {
+  return event == 0 || (event % 5000 == 0 && delta != 0);
+}
+
+/// With a time base where one is due.
 inline Bytes delta32_payload(const std::vector<timing::TimeTag>& tags) {
   BitWriter out;
   std::array<std::uint64_t, 4> last{};
@@ -152,7 +175,7 @@ inline Bytes delta32_payload(const std::vector<timing::TimeTag>& tags) {
   for (const timing::TimeTag& tag : tags) {
     const auto time = static_cast<std::uint64_t>(tag.time_ps);
     std::uint64_t delta = time - last[tag.channel];
-    if (seen[tag.channel]++ % 5000 == 0) {
+    if (is_base_due(seen[tag.channel]++, delta)) {
       out.put(0xEB5A'55AA, 32);
       out.put(0xAA00'0000 | (time & 0x1FF'FFFF), 32);
       out.put(0xCA00'0000 | (time >> 25 & 0xFFFF), 32);
@@ -165,20 +188,28 @@ inline Bytes delta32_payload(const std::vector<timing::TimeTag>& tags) {
   return out.finish();
 }
 
-/// With a sync sequence before every 5000th event of a channel. Times must be multiples of the quantum, 8 ps.
-inline Bytes packed_payload(const std::vector<timing::TimeTag>& tags, unsigned delta_bits) {
+struct PackedPayload {
+  Bytes bytes;
+  std::uint64_t records = 0;
+  std::uint64_t overflow_records = 0;
+};
+
+/// With a sync sequence where one is due. Times must be `in_quanta`.
+inline PackedPayload packed_payload(const std::vector<timing::TimeTag>& tags, unsigned delta_bits) {
   constexpr unsigned kQuantumShift = 3;
   const std::uint64_t ones = (std::uint64_t{1} << delta_bits) - 1;
+  PackedPayload payload;
   BitWriter out;
   std::array<std::uint64_t, 4> last{};
   std::array<std::uint64_t, 4> seen{};
   for (const timing::TimeTag& tag : tags) {
     const std::uint64_t quanta = static_cast<std::uint64_t>(tag.time_ps) >> kQuantumShift;
-    const auto record = [&](std::uint64_t flag, std::uint64_t payload) {
-      out.put(std::uint64_t{tag.channel} << (delta_bits + 1) | flag << delta_bits | payload, delta_bits + 3);
+    const auto record = [&](std::uint64_t flag, std::uint64_t value) {
+      out.put(std::uint64_t{tag.channel} << (delta_bits + 1) | flag << delta_bits | value, delta_bits + 3);
+      ++payload.records;
     };
     std::uint64_t delta = quanta - last[tag.channel];
-    if (seen[tag.channel]++ % 5000 == 0) {
+    if (is_base_due(seen[tag.channel]++, delta)) {
       record(1, ones);
       for (unsigned piece = 0; piece < 41; piece += delta_bits) record(0, quanta >> piece & ones);
       delta = 0;
@@ -186,12 +217,14 @@ inline Bytes packed_payload(const std::vector<timing::TimeTag>& tags, unsigned d
     for (std::uint64_t units = delta >> delta_bits; units != 0;) {
       const std::uint64_t part = std::min(units, ones - 1);
       record(1, part);
+      ++payload.overflow_records;
       units -= part;
     }
     record(0, delta & ones);
     last[tag.channel] = quanta;
   }
-  return out.finish();
+  payload.bytes = out.finish();
+  return payload;
 }
 
 }  // namespace orvo::bench
