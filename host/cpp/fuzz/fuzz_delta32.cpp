@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <span>
 
+#include "fuzz/support/fresh_decoder.hpp"
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/require.hpp"
+#include "fuzz/support/strict_sink.hpp"
 #include "model/delta32_streams.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 
@@ -99,13 +101,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   orvo::timing::StreamFileHeader header;
   header.stream_format = orvo::timing::StreamFormat::delta32;
-  orvo::timing::StreamDecoder decoder(header);
+  orvo::timing::StreamDecoder decoder = orvo::fuzz::fresh_decoder(header);
   Delta32Model model(header);
   std::size_t at = 0;
   for (std::size_t i = 0; at < payload.size(); ++i) {
     const std::size_t count = std::min<std::size_t>(1 + chunk_sizes[i % chunk_sizes.size()], payload.size() - at);
     decoder.pending_bytes.append(payload.data() + at, count);
-    require(decoder.feed_delta32() == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
+    const auto tags = i % 2 == 0 ? decoder.feed_delta32() : orvo::fuzz::strict_feed(decoder);
+    require(tags == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
     at += count;
     require(decoder.pending_bytes.size() <= 3, "at most 3 bytes wait");
     require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(),

@@ -3,6 +3,7 @@
 //
 //   form | range, or with bit 0 of the form, half bins (2) and a rest | bin | offset | list A | list B | pairs to
 //   add: an A event (1), a number of half bins (2), a rest (1)
+//   bit 1 of the form: the lists are made from a few parameters; bits 2 to 4: there may be many times and bins
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "fuzz/support/input.hpp"
+#include "fuzz/support/made_times.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/time_lists.hpp"
 #include "model/histogram_model.hpp"
@@ -24,13 +26,19 @@ using orvo::timing::XcorrWindow;
 namespace model = orvo::test::model;
 using Times = std::vector<std::int64_t>;
 
-constexpr std::int64_t kMostBins = 2'500;
-constexpr std::size_t kMostTimes = 150;
+/// Most inputs stay small, or there would be few of them.
+struct Limits {
+  std::int64_t bins;
+  std::size_t times;
+  std::size_t made_times;
+  std::size_t pairs;
+};
+constexpr Limits kFew{200, 60, 160, 2'000};
+constexpr Limits kMany{2'500, 150, 3'000, 30'000};
 
 /// Ranges of some half bins and a rest, so that fuzzing meets windows whose ends and bins' ends nearly agree.
-XcorrWindow read_window(orvo::fuzz::Input& input) {
-  const bool in_half_bins = input.flag();
-  const std::uint64_t half_bins = in_half_bins ? input.number(2) % (2 * kMostBins) : 0;
+XcorrWindow read_window(orvo::fuzz::Input& input, bool in_half_bins, const Limits& limits) {
+  const std::uint64_t half_bins = in_half_bins ? input.number(2) % (2 * static_cast<std::uint64_t>(limits.bins)) : 0;
   const std::int64_t rest = in_half_bins ? static_cast<std::int8_t>(input.byte()) : input.integer();
   const std::int64_t bin_ps = input.integer();
   const auto range_ps = half_bins * (static_cast<std::uint64_t>(bin_ps) / 2) + static_cast<std::uint64_t>(rest);
@@ -38,8 +46,8 @@ XcorrWindow read_window(orvo::fuzz::Input& input) {
 }
 
 /// B events some half bins away from where an A event expects its partner, give or take: where rounding is decided.
-void add_pairs(orvo::fuzz::Input& input, const XcorrWindow& window, const Times& a, Times& b) {
-  while (!input.empty() && !a.empty() && b.size() < kMostTimes) {
+void add_pairs(orvo::fuzz::Input& input, const XcorrWindow& window, const Times& a, Times& b, std::size_t most) {
+  while (!input.empty() && !a.empty() && b.size() < most) {
     const auto partner =
         static_cast<std::uint64_t>(a[input.byte() % a.size()]) + static_cast<std::uint64_t>(window.offset_ps);
     const auto half_bins = static_cast<std::uint64_t>(static_cast<std::int16_t>(input.number(2)));
@@ -47,6 +55,21 @@ void add_pairs(orvo::fuzz::Input& input, const XcorrWindow& window, const Times&
     b.push_back(
         static_cast<std::int64_t>(partner + half_bins * (static_cast<std::uint64_t>(window.bin_ps) / 2) + rest));
   }
+}
+
+/// True when there are no more pairs than `most`: lists of a few parameters may have millions.
+bool has_few_pairs(Times a, Times b, const XcorrWindow& window, std::size_t most) {
+  std::sort(a.begin(), a.end());
+  std::sort(b.begin(), b.end());
+  std::size_t first = 0, last = 0, pairs = 0;
+  for (const std::int64_t time_ps : a) {
+    const model::Wide center = model::Wide{time_ps} + window.offset_ps;
+    while (first < b.size() && b[first] < center - window.range_ps) ++first;
+    while (last < b.size() && b[last] <= center + window.range_ps) ++last;
+    pairs += last - std::min(first, last);
+    if (pairs > most) return false;
+  }
+  return true;
 }
 
 bool same(const XcorrHistogram& a, const XcorrHistogram& b) {
@@ -82,12 +105,22 @@ void check_statistics(const XcorrHistogram& histogram) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   orvo::fuzz::Input input(data, size);
-  const XcorrWindow window = read_window(input);
+  const std::uint8_t form = input.byte();
+  const Limits& limits = (form & 0x1C) == 0x1C ? kMany : kFew;
+  const XcorrWindow window = read_window(input, (form & 1) != 0, limits);
   const model::Wide bins = model::number_of_bins(window.range_ps, window.bin_ps);
-  if (bins > kMostBins) return 0;
-  Times a = orvo::fuzz::time_list(input, kMostTimes);
-  Times b = orvo::fuzz::time_list(input, kMostTimes);
-  add_pairs(input, window, a, b);
+  if (bins > limits.bins) return 0;
+  Times a, b;
+  if ((form & 2) == 0) {
+    a = orvo::fuzz::time_list(input, limits.times);
+    b = orvo::fuzz::time_list(input, limits.times);
+    add_pairs(input, window, a, b, limits.times);
+  } else {
+    a = orvo::fuzz::made_times(input, limits.made_times);
+    b = input.flag() ? orvo::fuzz::made_times(input, limits.made_times)
+                     : orvo::fuzz::answering_times(input, a, window.offset_ps);
+    if (!has_few_pairs(a, b, window, limits.pairs)) return 0;
+  }
 
   const XcorrHistogram expected = plain_histogram(a, b, window);
   const Times a_before = a;

@@ -1,7 +1,8 @@
 // The search for the packed alignment: its answer and its diagnostic line are those of the search that decodes every
 // candidate on its own.
 //
-//   form | packed header (4) | bytes, or, with bit 0 of the form, a script of records behind some bits
+//   form | packed header (4) | bytes, or, with bit 0 of the form, a script of records behind some bits; bits 1 and 2
+//   of the form: how many there may be
 #include <stdlib.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <sstream>
 #include <string>
 
+#include "fuzz/support/fresh_decoder.hpp"
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/packed_settings.hpp"
 #include "fuzz/support/require.hpp"
@@ -23,8 +25,8 @@ using orvo::fuzz::require;
 using orvo::timing::PackedAlignment;
 using orvo::timing::StreamDecoder;
 
-/// Beyond the last start byte, 64, with room for whole sequences; the plain search is slow.
-constexpr std::size_t kMostBytes = 300;
+/// Beyond the last start byte, 64, with room for whole sequences. The plain search is slow: most inputs stay small.
+constexpr std::size_t kMostBytes[] = {30, 50, 100, 300};
 
 void check_without_a_question(StreamDecoder& decoder, std::int32_t delta_bits) {
   require(decoder.probe_packed_alignment(0, 3) == PackedAlignment{}, "no alignment of records without payload");
@@ -40,14 +42,15 @@ void check_without_a_question(StreamDecoder& decoder, std::int32_t delta_bits) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   orvo::fuzz::Input input(data, size);
   const std::uint8_t form = input.byte();
+  const std::size_t most_bytes = kMostBytes[form >> 1 & 3];
   const auto header = orvo::fuzz::packed_header(input);
-  StreamDecoder decoder(header);
+  StreamDecoder decoder = orvo::fuzz::fresh_decoder(header);
   const auto delta_bits = std::clamp<std::uint32_t>(decoder.header.delta_bits, 1, 31);
   orvo::test::Bytes bytes;
   if ((form & 1) != 0) {
-    bytes = orvo::fuzz::PackedScript(delta_bits, decoder.quantum_shift).run(input, kMostBytes);
+    bytes = orvo::fuzz::PackedScript(delta_bits, decoder.quantum_shift).run(input, most_bytes);
   } else {
-    const auto taken = input.bytes(kMostBytes);
+    const auto taken = input.bytes(most_bytes);
     bytes.assign(taken.begin(), taken.end());
   }
   decoder.pending_bytes.append(bytes.data(), bytes.size());

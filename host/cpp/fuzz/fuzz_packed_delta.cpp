@@ -13,9 +13,11 @@
 #include <sstream>
 #include <string>
 
+#include "fuzz/support/fresh_decoder.hpp"
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/packed_settings.hpp"
 #include "fuzz/support/require.hpp"
+#include "fuzz/support/strict_sink.hpp"
 #include "model/packed_model.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 
@@ -28,8 +30,9 @@ using orvo::timing::StreamDecoder;
 
 /// Enough for the balance of a chunk's 4096 tags.
 constexpr std::size_t kMostBytes = 2500;
-/// The model's alignment search is slow: an input ends when it would have searched through this many bytes.
-constexpr std::size_t kMostSearchedBytes = 600;
+/// The model's alignment search is slow: an input ends when it has searched through this many bytes, by
+/// bits 3 and 4 of the form.
+constexpr std::size_t kMostSearchedBytes[] = {30, 50, 100, 600};
 
 /// What is written to standard error while it lives.
 class CapturedLines {
@@ -83,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t factor = (form & 4) != 0 ? 16 : 1;
     chunk_size = 1 + input.byte() * factor;
   }
-  StreamDecoder decoder(header);
+  StreamDecoder decoder = orvo::fuzz::fresh_decoder(header);
   PackedModel model(header);
   if (starts_locked) decoder.packed_locked = model.locked = true;
   if (starts_locked) decoder.bit_offset = model.bit_offset = form >> 5;
@@ -100,13 +103,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const CapturedLines lines;
   std::size_t at = 0;
   std::size_t searched = 0;
-  for (const std::size_t chunk_size : chunk_sizes) {
-    const std::size_t count = std::min(chunk_size, payload.size() - at);
-    if (!decoder.packed_locked) searched += decoder.pending_bytes.size() + count;
-    if (count == 0 || searched > kMostSearchedBytes) break;
+  const std::size_t most_searched = kMostSearchedBytes[form >> 3 & 3];
+  for (std::size_t i = 0; i < chunk_sizes.size(); ++i) {
+    std::size_t count = std::min(chunk_sizes[i], payload.size() - at);
+    if (!decoder.packed_locked) {
+      searched += decoder.pending_bytes.size();
+      count = std::min(count, most_searched - std::min(most_searched, searched));
+      searched += count;
+    }
+    if (count == 0) break;
     decoder.pending_bytes.append(payload.data() + at, count);
-    require(decoder.feed_packed_delta() == model.feed(std::span(payload).subspan(at, count)),
-            "the tags are the model's");
+    const auto tags = i % 2 == 0 ? decoder.feed_packed_delta() : orvo::fuzz::strict_feed(decoder);
+    require(tags == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
     require_same_state(decoder, model);
     at += count;
   }

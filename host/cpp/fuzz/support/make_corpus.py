@@ -41,6 +41,11 @@ def times(*entries):
     return out
 
 
+def length_class(payload):
+    """0 to 3: of the limits that the slow targets put on their payloads, the first that holds this one."""
+    return sum(len(payload) > limit for limit in (30, 50, 100))
+
+
 # --- the formats ----------------------------------------------------------------------------------------------------
 
 
@@ -168,8 +173,10 @@ def two_channel_packed(mode, count=40):
 
 
 def reader():
+    CHUNKS = 4
+
     def parts(head, payload, reads=4096, tags=255, form=0):
-        return bytes([form]) + struct.pack("<HB", reads, tags) + head + b"\xff" + payload
+        return bytes([form | length_class(payload) << 3]) + struct.pack("<HB", reads, tags) + head + b"\xff" + payload
 
     def whole(file, form=1):
         return bytes([form]) + struct.pack("<HB", 4096, 255) + file
@@ -179,11 +186,16 @@ def reader():
     return {
         "raw64": parts(header(), raw),
         "raw64_by_the_byte": parts(header(), raw + b"\xde\xad" + raw, 0, 0),
-        "raw64_many_tags": parts(header(), raw * 20, form=254),
+        "raw64_many_tags": parts(header(), raw * 20, form=0xC0),
         "raw_cf": parts(header(tags="raw_cf"), coarse_fine(0, 1000, 5) + coarse_fine(1, 1001, 180)),
         "delta32": parts(header("delta32"), d32_base(10000) + d32(0, 0, 10, 0) + d32(0, 0, 10, 160), 5, 0),
         "packed_external": parts(*two_channel_packed("external")),
         "packed_internal": parts(*two_channel_packed("internal"), reads=200, tags=3),
+        "packed_in_chunks": parts(*two_channel_packed("external"), reads=90, form=CHUNKS),
+        "raw64_in_chunks": parts(header(), raw * 9, reads=20, form=CHUNKS),
+        "delta32_in_chunks": parts(
+            header("delta32"), d32_base(9) + d32(0, 0, 10, 0) * 9 + d32_base(5) + d32(0, 0, 10, 0), 30, form=CHUNKS
+        ),
         "header_of_no_bytes": parts(b"", two_channel_packed("external")[1]),
         "earlier_magic": parts(header(), raw, form=2),
         "whole_file": whole(b"TAGCAP1\n" + length + header() + raw),
@@ -288,12 +300,13 @@ def packed_op(number, channel=0):
 def packed_alignment():
     cases = {}
     for name, (d, mask, external, stream) in packed_streams().items():
-        cases[name] = b"\0" + packed_head(d, mask, external) + stream.bytes()
+        cases[name] = bytes([length_class(stream.bytes()) << 1]) + packed_head(d, mask, external) + stream.bytes()
     scripted = packed_op(6, 0) + b"\1\0\0" + packed_op(6, 1) + b"\1\0\0" + packed_op(10) + b"\x40\0"
-    cases["script"] = b"\1" + packed_head(8, 3, 0) + scripted
+    cases["script"] = b"\7" + packed_head(8, 3, 0) + scripted
+    cases["short_script"] = b"\1" + packed_head(2, 3, 1) + scripted
     # Whoever starts before byte 64 takes the sync start there for one of channel 1 and misses that of channel 0.
     last_start = Packed(5).rounds((0,), 63, 0).record(1, 1, 31).anchor(0, 9).anchor(1, 9)
-    cases["only_the_last_start_byte"] = b"\0" + packed_head(5, 3, 1) + last_start.bytes()
+    cases["only_the_last_start_byte"] = bytes([length_class(last_start.bytes()) << 1]) + packed_head(5, 3, 1) + last_start.bytes()
     return cases
 
 
@@ -303,7 +316,7 @@ def packed_delta():
 
     cases = {}
     for name, (d, mask, external, stream) in packed_streams().items():
-        cases[name] = case(0, packed_head(d, mask, external), stream.bytes())
+        cases[name] = case(length_class(stream.bytes()) << 3, packed_head(d, mask, external), stream.bytes())
         cases[name + "_locked"] = case(2, packed_head(d, mask, external), stream.bytes())
     anchors = b"".join(packed_op(6, c) + b"\1\0\0" for c in range(2))
     for name, mode, quantum in (("external", 1, 1), ("internal", 0, 1), ("coarse", 1, 32768), ("shifted", 0, 12)):
@@ -331,9 +344,20 @@ def packed_delta():
 
 
 def histogram():
+    MANY = 0x1C
+
     def case(range_ps, bin_ps, offset_ps, a, b):
         code = lambda value: value if isinstance(value, bytes) else integer(value)
-        return b"\0" + code(range_ps) + code(bin_ps) + code(offset_ps) + a + b
+        return bytes([MANY]) + code(range_ps) + code(bin_ps) + code(offset_ps) + a + b
+
+    def made(count, first, step, order=0, seed=1, burst=0):
+        return struct.pack("<H", count) + integer(first) + integer(step) + bytes([burst, seed, order, seed])
+
+    def answering(jitter, shift=0, losses=60, order=0):
+        return b"\0" + bytes([jitter, shift, losses, 3, order, 4])
+
+    def generated(range_ps, bin_ps, offset_ps, a, b):
+        return bytes([MANY | 2]) + integer(range_ps) + integer(bin_ps) + integer(offset_ps) + a + b
 
     def edges(half_bins, rest, bin_ps, offset_ps):
         """Pairs at every half bin up to the end of the window, one picosecond less, none, and one more."""
@@ -341,9 +365,10 @@ def histogram():
         pairs = b"".join(
             b"\0" + struct.pack("<hb", sign * step, beside) for sign in (1, -1) for step in steps for beside in (-1, 0, 1)
         )
-        head = b"\1" + struct.pack("<Hb", half_bins, rest)
+        head = bytes([MANY | 1]) + struct.pack("<Hb", half_bins, rest)
         return head + integer(bin_ps) + integer(offset_ps) + times(1 << 45) + times() + pairs
 
+    in_order, backwards, shuffled, joined, one_astray, nearly = 0, 2, 3, 4, 5, 6 + 8 * 3
     combs = times(10000, (40, 20000)), times(10160, (40, 20000))
     return {
         "periodic": case(5000, 8, 160, *combs),
@@ -372,12 +397,25 @@ def histogram():
         "deviation_is_squared_first": case(
             99999989, 99999989, 0, times(0), times(-99999989, (16, 0), 0, (20, 0), 99999989, (19, 0))
         ),
+        "two_detectors": generated(5000, 8, 160, made(3000, 0, 20000), answering(200)),
+        "two_detectors_nearly_in_order": generated(5000, 8, 0, made(2500, 0, 9000, nearly), answering(200, order=nearly)),
+        "two_detectors_shuffled": generated(5000, 8, -77, made(900, 0, 9000, shuffled), answering(200, 0, 0, backwards)),
+        "one_of_each_astray": generated(400, 7, 0, made(700, 0, 900, one_astray), answering(9, 0, 9, one_astray)),
+        "joined_streams": generated(400, 7, 0, made(700, 0, 900, joined), answering(9, 0, 9, joined)),
+        "many_a_for_each_b": generated(3000, 10, 0, made(3000, 0, 1000), b"\1" + made(30, 0, 100000, seed=9)),
+        "many_b_for_each_a": generated(3000, 10, 0, made(30, 0, 100000), b"\1" + made(3000, 0, 1000, seed=9)),
+        "lists_far_apart": generated(3000, 10, 0, made(300, 0, 1000), b"\1" + made(300, 1 << 50, 1000)),
+        "b_begins_late": generated(3000, 10, 0, made(3000, 0, 1000), b"\1" + made(300, 1000000, 1000)),
+        "bursts": generated(500, 10, 0, made(300, 0, 10000, burst=192 + 40), answering(0, losses=0)),
+        "wide_window_on_few_events": generated(1 << 40, 1 << 34, 0, made(120, 0, 1 << 36), answering(255, 30)),
+        "sixty_four_and_one": generated(900, 8, 5, made(64, 0, 1000), b"\1" + made(65, 0, 1000, backwards, 2)),
+        "small_lists": b"\2" + integer(900) + integer(80) + integer(5) + made(90, 0, 1000) + answering(100, order=nearly),
         "window_outside_64_bits": case(1000, 10, 0, b"\1\0\0" + HIGHEST, b"\1\0\0" + HIGHEST),
     }
 
 
 def offset():
-    def case(a, b, form=0):
+    def case(a, b, form=0):  # bits 0 to 4 allow a long list A
         return bytes([form]) + a + b
 
     def run(count, step):  # of count times 64, for counts that leave 3 when divided by 4
@@ -389,8 +427,8 @@ def offset():
         "the_nearer_is_before": case(times(100), times(95, 110)),
         "beyond_the_last": case(times(500), times(100, 200)),
         "empty": case(times(), times(1)),
-        "stride_2": case(run(127, 20000), times(160, (60, 20000)), 1),
-        "first_4000_only": case(run(67, 20000), times(160, (60, 20000)), 1),
+        "stride_2": case(run(127, 20000), times(160, (60, 20000)), 31),
+        "first_4000_only": case(run(67, 20000), times(160, (60, 20000)), 31),
         "outside_64_bits": case(b"\1\0\0" + LOWEST, b"\1\0\0" + HIGHEST),
     }
 

@@ -12,15 +12,15 @@
 
 namespace {
 
-/// Up to 1199 bins. Those of a correlation are equally spaced and count up to 2^48 here; the others have any centres,
-/// and the wild ones any counts, too.
+/// Up to 1199 bins, and no more behind the end of the input. Those of a correlation are equally spaced and count up
+/// to 2^48 here; the others have any centres, and the wild ones any counts, too.
 inline orvo::timing::XcorrHistogram read_histogram(orvo::fuzz::Input& input) {
   orvo::timing::XcorrHistogram histogram;
   const std::uint64_t bins = input.number(2) % 1200;
   const std::uint8_t kind = input.byte();
   const std::uint64_t bin_ps = (std::uint64_t{1} << (kind % 50)) + kind / 50;
   const auto first = static_cast<std::uint64_t>(input.integer() >> 2);
-  for (std::uint64_t i = 0; i < bins; ++i) {
+  for (std::uint64_t i = 0; i < bins && !input.empty(); ++i) {
     const bool equally_spaced = kind < 200;
     const bool wild = kind >= 228;
     histogram.bin_center_ps.push_back(equally_spaced ? static_cast<std::int64_t>(first + i * bin_ps)

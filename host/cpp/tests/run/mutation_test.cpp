@@ -188,6 +188,7 @@ TEST_F(Mutation, EveryRunEndsByItselfWithWholeReportsOrNone) {
     const MeasuredRun run = run_tool({"c.tagcap", std::to_string(a), std::to_string((a + random.between(1, 3)) % 4),
                                       "--range=" + std::to_string(random.between(1, 60'000)),
                                       "--bin=" + std::to_string(random.between(20, 2'000)), "--out-prefix=r"});
+    EXPECT_TRUE(read_file(cwd() / "c.tagcap") == std::string(file.begin(), file.end())) << "the capture was changed";
     if (run.result.exit_status == 0) {
       EXPECT_EQ(run.result.err, "");
       check_reports(run.result.out);

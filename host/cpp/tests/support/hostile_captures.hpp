@@ -86,15 +86,6 @@ inline void anchor(PackedEncoder& out, std::uint32_t channel, std::uint64_t quan
   out.record(channel, false, 0);
 }
 
-/// Channels 0 and 1 locked at `quanta`, and the records that fill the last byte.
-inline Bytes packed_lock(unsigned delta_bits, std::uint64_t quanta) {
-  PackedEncoder out(delta_bits);
-  anchor(out, 0, quanta);
-  anchor(out, 1, quanta);
-  while (out.records * (delta_bits + 3) % 8 != 0) out.record(out.records % 2, false, 1);
-  return out.bytes;
-}
-
 /// Each record is an event of channel 0 or 1.
 inline Bytes packed_events(unsigned delta_bits) {
   return packed_records(delta_bits, [](PackedEncoder& out) {
@@ -104,21 +95,22 @@ inline Bytes packed_events(unsigned delta_bits) {
 }
 
 /// Anchors of both channels that go back in time: each costs the lock, but the search for it cannot see them.
-inline Bytes lost_locks(unsigned delta_bits) {
-  return packed_records(delta_bits, [](PackedEncoder& out) {
-    for (const std::uint64_t quanta : {std::uint64_t{1'000'000'000}, std::uint64_t{5}}) {
-      anchor(out, 0, quanta);
-      anchor(out, 1, quanta);
-    }
-  });
+inline void lose_lock(PackedEncoder& out) {
+  for (const std::uint64_t quanta : {std::uint64_t{1'000'000'000}, std::uint64_t{5}}) {
+    anchor(out, 0, quanta);
+    anchor(out, 1, quanta);
+  }
 }
 
-/// So many of them that most reads lose their lock at once: one of the last then finds most of the file undecoded,
-/// event by event. A lost lock costs the 64 bytes that the search may skip and little more.
-inline Bytes lost_locks_for(unsigned delta_bits, std::int64_t reads) {
-  Bytes out;
-  while (static_cast<std::int64_t>(out.size()) < 64 * reads) out += lost_locks(delta_bits);
-  return out + packed_lock(delta_bits, 1);
+/// So many of them that each of `reads` reads loses its lock at once: the next then finds all of the file undecoded,
+/// event by event. Channels 0 and 1 are locked behind them, and the last byte is filled.
+inline Bytes locked_after(unsigned delta_bits, std::int64_t reads) {
+  PackedEncoder out(delta_bits);
+  for (; reads > 0; --reads) lose_lock(out);
+  anchor(out, 0, 1);
+  anchor(out, 1, 1);
+  while (out.records * (delta_bits + 3) % 8 != 0) out.record(out.records % 2, false, 1);
+  return out.bytes;
 }
 
 /// In each read two channels at the same rate for as long as the search looks, then one channel alone.
@@ -158,8 +150,7 @@ inline std::vector<HostileCapture> hostile_delta32() {
   }
   std::vector<HostileCapture> inputs;
   const auto add = [&inputs](const std::string& name, Pieces pieces, double tags_per_byte = 0) {
-    inputs.push_back(
-        {"delta32 " + name, R"({"stream_format":"delta32"})", std::move(pieces), tags_per_byte});
+    inputs.push_back({"delta32 " + name, R"({"stream_format":"delta32"})", std::move(pieces), tags_per_byte});
   };
   add("zeros", repeated(Bytes(8, 0)));
   add("ones", repeated(Bytes(8, 0xFF)));
@@ -190,10 +181,9 @@ inline std::vector<HostileCapture> hostile_packed(std::int64_t mib) {
     const std::string header = packed_header(d, "external", 3);
     const Bytes sequences = packed_records(d, [](PackedEncoder& out) { out.sync(0, 0); });
     add("endless sync sequences" + bits, header, repeated(sequences));
-    add("events" + bits, header, once_then(packed_lock(d, 1), packed_events(d)), 8.0 / (d + 3));
-    add("a lock lost in every read" + bits, header, repeated(lost_locks(d)));
-    add("most left to one read" + bits, header, once_then(lost_locks_for(d, mib - 1), packed_events(d)),
-        8.0 / (d + 3));
+    add("events" + bits, header, once_then(locked_after(d, 0), packed_events(d)), 8.0 / (d + 3));
+    add("a lock lost in every read" + bits, header, repeated(packed_records(d, lose_lock)));
+    add("most left to one read" + bits, header, once_then(locked_after(d, mib - 1), packed_events(d)), 8.0 / (d + 3));
   }
   add("out of balance in every read", packed_header(1, "internal", 3), out_of_balance());
   for (unsigned mask = 0; mask < 16; ++mask) {
