@@ -68,8 +68,8 @@ TEST_F(SimulatedDamage, GarbageBetweenDelta32WordsCostsNoMoreThanTheWayToTheNext
   }
 }
 
-// The garbage costs the lock and ends that read's decoding; the next read goes on right behind it. What is lost is the way
-// to each channel's next anchor, of which there is one every 1000 tags.
+// The garbage costs the lock and ends that read's decoding; the next read goes on right behind it. What is lost is
+// the way to each channel's next anchor, of which there is one every 1000 tags.
 TEST_F(SimulatedDamage, GarbageAmongPackedRecordsCostsTheWayToTheNextAnchors) {
   const Told answer = simulate({"--tags=1800000", "--encoding=packed_delta", "--delta-bits=16", "--rate=2000000",
                                 "--pair-rate=100000", "--garbage=5", "--garbage-at=2200000"});

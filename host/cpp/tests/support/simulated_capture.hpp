@@ -60,11 +60,11 @@ class SimulatedCapture : public ProductRoot {
     return Told(result.out);
   }
 
-  /// Verifies cwd()/c.tagcap as the answer tells, with bins of 8 ps.
-  Verified verified(const Told& answer) {
+  /// Verifies cwd()/c.tagcap as the answer tells.
+  Verified verified(const Told& answer, int bin_ps = 8) {
     const ProgramResult result = verify({"c.tagcap", answer.text("channel_a"), answer.text("channel_b"),
                                          "--offset=" + answer.text("offset_ps"), "--range=" + answer.text("range_ps"),
-                                         "--bin=8", "--out-prefix=v"});
+                                         "--bin=" + std::to_string(bin_ps), "--out-prefix=v"});
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_EQ(result.err, "");
     const std::string json = read_file(cwd() / "v.json");

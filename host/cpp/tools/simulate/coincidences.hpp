@@ -29,6 +29,30 @@ struct CoincidenceSums {
   }
 };
 
+/// Times in order that wait at the front of storage that is never cleared.
+class WaitingTimes {
+ public:
+  std::size_t size() const { return size_; }
+  std::int64_t* begin() { return storage_.data(); }
+  std::int64_t* end() { return storage_.data() + size_; }
+
+  /// The end of the times, behind which `count` more may be written before `extend_to` says how many there are.
+  std::int64_t* room_for(std::size_t count) {
+    if (storage_.size() < size_ + count) storage_.resize(size_ + count);
+    return end();
+  }
+  void extend_to(const std::int64_t* new_end) { size_ = static_cast<std::size_t>(new_end - storage_.data()); }
+  /// Forgets all times before `first`.
+  void drop_before(const std::int64_t* first) {
+    const std::int64_t* const last = end();
+    extend_to(std::copy(first, last, begin()));
+  }
+
+ private:
+  std::vector<std::int64_t> storage_;
+  std::size_t size_ = 0;
+};
+
 /// Counts every coincidence while the tags go by, block by block.
 ///
 /// The tags of A are taken as later by the delay. Both sequences being in order, the partners of the tags of B begin
@@ -57,40 +81,35 @@ class CoincidenceCounter {
   /// Appends the tags of both channels to their lists. Every tag is written to both, and only counted where it
   /// belongs.
   void split(std::span<const orvo::timing::TimeTag> tags) {
-    std::size_t a = a_ps_.size();
-    std::size_t b = b_ps_.size();
-    a_ps_.resize(a + tags.size());
-    b_ps_.resize(b + tags.size());
+    std::int64_t* a = a_ps_.room_for(tags.size());
+    std::int64_t* b = b_ps_.room_for(tags.size());
     for (const orvo::timing::TimeTag& tag : tags) {
-      a_ps_[a] = tag.time_ps + pairs_.delay_ps;
-      b_ps_[b] = tag.time_ps;
+      *a = tag.time_ps + pairs_.delay_ps;
+      *b = tag.time_ps;
       a += tag.channel == pairs_.channel_a;
       b += tag.channel == pairs_.channel_b;
     }
-    a_ps_.resize(a);
-    b_ps_.resize(b);
+    a_ps_.extend_to(a);
+    b_ps_.extend_to(b);
   }
 
   /// Counts for every tag of B that no tag of A from `now_ps` on can reach.
   void count(std::int64_t now_ps) {
     const std::int64_t range_ps = pairs_.range_ps;
-    const auto ready = std::lower_bound(b_ps_.begin(), b_ps_.end(), now_ps + pairs_.delay_ps - range_ps);
-    const auto ready_tags = static_cast<std::size_t>(ready - b_ps_.begin());
-    a_ps_.push_back(kForever);
-    const std::int64_t* const a = a_ps_.data();
-    const std::int64_t* const b = b_ps_.data();
-    std::size_t i = 0;
-    for (std::size_t j = 0; j < ready_tags;) {
-      const std::int64_t inside_ps = a[i] - (b[j] - range_ps);  // below 0: too early for this one and all to come
-      if (static_cast<std::uint64_t>(inside_ps) <= 2 * static_cast<std::uint64_t>(range_ps)) tally(a + i, b[j]);
-      i += inside_ps < 0;
-      j += inside_ps >= 0;
+    const std::int64_t* const ready =
+        std::lower_bound(b_ps_.begin(), b_ps_.end(), now_ps + pairs_.delay_ps - range_ps);
+    *a_ps_.room_for(1) = kForever;
+    const std::int64_t* a = a_ps_.begin();
+    for (const std::int64_t* b = b_ps_.begin(); b != ready;) {
+      const std::int64_t inside_ps = *a - (*b - range_ps);  // below 0: too early for this one and all to come
+      if (static_cast<std::uint64_t>(inside_ps) <= 2 * static_cast<std::uint64_t>(range_ps)) tally(a, *b);
+      a += inside_ps < 0;
+      b += inside_ps >= 0;
     }
-    a_ps_.pop_back();
-    b_ps_.erase(b_ps_.begin(), ready);
+    b_ps_.drop_before(ready);
     // A tag of A that even the next one of B is too late for has had its chance.
-    const std::int64_t next_b_ps = b_ps_.empty() ? now_ps : b_ps_.front();
-    a_ps_.erase(a_ps_.begin(), std::lower_bound(a_ps_.begin(), a_ps_.end(), next_b_ps - range_ps));
+    const std::int64_t next_b_ps = b_ps_.size() == 0 ? now_ps : *b_ps_.begin();
+    a_ps_.drop_before(std::lower_bound(a_ps_.begin(), a_ps_.end(), next_b_ps - range_ps));
   }
 
   /// `first`: the first tag of A within reach of the tag of B; `kForever` ends the list.
@@ -99,13 +118,13 @@ class CoincidenceCounter {
       const std::int64_t difference_ps = b_ps - *first;
       ++sums_.count;
       sums_.difference_ps += difference_ps;
-      sums_.square_ps2 += difference_ps * difference_ps;
+      sums_.square_ps2 += Int128{difference_ps} * difference_ps;
     }
   }
 
   PairSettings pairs_;
-  std::vector<std::int64_t> a_ps_;
-  std::vector<std::int64_t> b_ps_;
+  WaitingTimes a_ps_;
+  WaitingTimes b_ps_;
   CoincidenceSums sums_;
 };
 

@@ -21,9 +21,8 @@ class Damage {
       : settings_(settings.damage),
         garbage_random_(settings.seed ^ 0x9A5B'0000'0000'0000),
         flip_random_(settings.seed ^ 0xF11B'0000'0000'0000),
-        garbage_at_(settings.damage.garbage_at) {
-    next_flip_ = settings_.flip_every_bytes == 0 ? kNever : flip_random_.below(settings_.flip_every_bytes);
-  }
+        garbage_at_(settings.damage.garbage_at),
+        next_flip_(settings_.flip_every_bytes == 0 ? kNever : flip_random_.below(settings_.flip_every_bytes)) {}
 
   /// Writes what comes before the payload.
   template <class Write>

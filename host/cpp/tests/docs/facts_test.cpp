@@ -1,0 +1,117 @@
+// Names and texts that the documentation repeats: they are those of the sources.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "docs/page.hpp"
+#include "docs/shown_output.hpp"
+#include "verify/config.hpp"
+
+namespace {
+
+using namespace orvo::test;
+namespace fs = std::filesystem;
+
+std::string sources_in(const std::string& folder) {
+  std::string text;
+  for (const auto& entry : fs::recursive_directory_iterator(checkout() / folder)) {
+    if (entry.path().extension() == ".hpp") text += read_file(entry.path());
+  }
+  return text;
+}
+
+/// The string literals that stand right behind `call`.
+std::vector<std::string> literals_behind(std::string_view source, std::string_view call) {
+  std::vector<std::string> literals;
+  for (auto at = source.find(call); at != source.npos; at = source.find(call, at + 1)) {
+    const auto from = at + call.size();
+    literals.emplace_back(source.substr(from, source.find('"', from) - from));
+  }
+  return literals;
+}
+
+TEST(Troubleshooting, HasEveryMessageOfTheSources) {
+  const std::string page = read_file(checkout() / "docs/troubleshooting.md");
+  const std::string source = sources_in("host/cpp/include/orvo/timing") + sources_in("host/cpp/tools/verify");
+  std::size_t seen = 0;
+  for (const std::string_view call : {"Error(\"", "open_report(path, \"", "err << \""}) {
+    for (std::string message : literals_behind(source, call)) {
+      message = message.substr(0, message.find("\\n"));
+      EXPECT_NE(page.find('`' + message), page.npos) << message;
+      ++seen;
+    }
+  }
+  EXPECT_GE(seen, 18u);
+}
+
+TEST(Troubleshooting, HasEveryLineOfTheDiary) {
+  const std::string page = read_file(checkout() / "docs/troubleshooting.md");
+  const std::string source = sources_in("host/cpp/include/orvo/timing/detail");
+  std::vector<std::string> lines = literals_behind(source, "packed_debug(decoder, \"");
+  for (const std::string& line : literals_behind(source, "packed_debug(*this, \"")) lines.push_back(line);
+  EXPECT_EQ(lines.size(), 10u);
+  for (const std::string& line : lines) EXPECT_NE(page.find('`' + line), page.npos) << line;
+}
+
+/// The cells of a table row, without blanks and backquotes.
+std::vector<std::string> cells(const std::string& row) {
+  std::vector<std::string> all;
+  std::string cell;
+  for (const char c : row.substr(1)) {
+    if (c == '|') all.push_back(std::exchange(cell, {}));
+    if (c != '|' && c != '`' && c != ' ') cell += c;
+  }
+  return all;
+}
+
+/// The rows of the README's table of settings: setting, key, other key, flag, argument, default.
+std::vector<std::vector<std::string>> settings_table() {
+  const std::vector<std::string> lines = lines_of(read_file(checkout() / "README.md"));
+  const auto starts = [](std::string_view start) {
+    return [=](const std::string& line) { return line.starts_with(start); };
+  };
+  auto row = std::find_if(lines.begin(), lines.end(), starts("| setting |"));
+  std::vector<std::vector<std::string>> rows;
+  for (; row != lines.end() && row->starts_with("|"); ++row) rows.push_back(cells(*row));
+  rows.erase(rows.begin(), rows.begin() + std::min<std::ptrdiff_t>(2, std::ssize(rows)));
+  return rows;
+}
+
+TEST(Readme, NamesTheSettingsAsTheSourcesDo) {
+  const std::string file_keys = read_file(checkout() / "host/cpp/tools/verify/settings_file.hpp");
+  const std::string flags = read_file(checkout() / "host/cpp/tools/verify/command_line.hpp");
+  const auto expect_quoted = [](const std::string& source, const std::string& word) {
+    EXPECT_NE(source.find('"' + word + '"'), source.npos) << word;
+  };
+  const auto rows = settings_table();
+  ASSERT_EQ(rows.size(), 8u);
+  for (const std::vector<std::string>& row : rows) {
+    ASSERT_EQ(row.size(), 6u);
+    expect_quoted(file_keys, row[1]);
+    if (!row[2].empty()) expect_quoted(file_keys, row[2]);
+    if (!row[3].empty()) expect_quoted(flags, row[3].substr(2));
+  }
+}
+
+TEST(Readme, HasTheDefaultsOfTheSettings) {
+  const Config config;
+  const std::vector<std::pair<std::string, std::string>> defaults{{"channel_a", std::to_string(config.channel_a)},
+                                                                  {"channel_b", std::to_string(config.channel_b)},
+                                                                  {"range_ps", std::to_string(config.range_ps)},
+                                                                  {"bin_ps", std::to_string(config.bin_ps)},
+                                                                  {"offset", config.offset},
+                                                                  {"max_tags", std::to_string(config.max_tags)}};
+  std::vector<std::pair<std::string, std::string>> shown;
+  for (const std::vector<std::string>& row : settings_table()) shown.emplace_back(row.at(1), row.at(5));
+  ASSERT_EQ(shown.size(), 8u);
+  shown.erase(shown.begin(), shown.begin() + 2);  // input and output have words for theirs
+  EXPECT_EQ(shown, defaults);
+}
+
+}  // namespace
