@@ -39,7 +39,8 @@ inline std::int64_t nearest_difference(std::int64_t a_ps, std::span<const std::i
 
 /// Delay of channel B after channel A, picoseconds: the median distance from an A event to its nearest B event, over
 /// at most 4000 A events spread evenly (the upper median of an even number). Both lists in ascending order; 0 when
-/// one is empty. Finds the delay where it is shorter than about half the mean distance of B events.
+/// one is empty. Finds a delay that is short against the mean distance T of B events: when they come at random, one
+/// up to ln(1 + s) / 2 * T, where a share s of the A events has a partner.
 inline std::int64_t estimate_offset_sorted_ps(std::span<const std::int64_t> a_ps,
                                               std::span<const std::int64_t> b_ps) {
   constexpr std::size_t kMostSamples = 4000;

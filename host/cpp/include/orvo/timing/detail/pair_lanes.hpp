@@ -135,13 +135,15 @@ class PairLanes {
   }
 
   void count_rest(const Kept& kept) {
+    const std::uint64_t widest = slot_of_.widest();
     for (std::size_t i = 0; i < kept.size; ++i) {
       const std::int64_t* b = kept.candidate[i];
-      std::uint64_t r = reach(b, kept.low_ps[i]);
-      do {
-        counts_.count(slot_of_(r));
-        r = reach(++b, kept.low_ps[i]);
-      } while (r <= slot_of_.widest());
+      const std::int64_t low_ps = kept.low_ps[i];
+      // The last of a few pairs, so do those before it.
+      for (; reach(b + kAhead - 1, low_ps) <= widest; b += kAhead) {
+        for (std::size_t k = 0; k < kAhead; ++k) counts_.count(slot_of_(reach(b + k, low_ps)));
+      }
+      for (; reach(b, low_ps) <= widest; ++b) counts_.count(slot_of_(reach(b, low_ps)));
       note_pairs(static_cast<std::size_t>(b - kept.candidate[i]));
     }
   }
