@@ -18,7 +18,12 @@ class TagList {
   explicit TagList(std::vector<TimeTag>& tags) : tags_(tags) {}
 
   void begin_chunk(std::size_t) { chunk_begin_ = tags_.size(); }
-  void add(unsigned channel, std::int64_t time_ps) { tags_.push_back({static_cast<std::uint8_t>(channel), time_ps}); }
+  void add(unsigned channel, std::int64_t time_ps) {
+    // Member by member: a whole tag would be read back before the writes of its members have arrived.
+    TimeTag& tag = tags_.emplace_back();
+    tag.channel = static_cast<std::uint8_t>(channel);
+    tag.time_ps = time_ps;
+  }
   void end_chunk() {}
   void discard_chunk() { tags_.resize(chunk_begin_); }
 
