@@ -8,12 +8,13 @@
 #include <span>
 #include <vector>
 
+#include "orvo/timing/detail/wide_integer.hpp"
 #include "orvo/timing/time_tag.hpp"
 #include "simulate/settings.hpp"
 
 namespace {
 
-__extension__ typedef __int128 Int128;
+using orvo::timing::detail::Int128;
 
 /// Sums over coincidences: pairs of tags whose difference B - A, the delay removed, lies within the range.
 struct CoincidenceSums {

@@ -9,9 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvo/timing/detail/wide_integer.hpp"
+
 namespace {
 
-__extension__ typedef unsigned __int128 Uint128;
+using orvo::timing::detail::Uint128;
 
 /// High half of the product: `a` times the fraction `b` / 2^64.
 constexpr std::uint64_t high_product(std::uint64_t a, std::uint64_t b) {

@@ -39,19 +39,17 @@ struct PackedRecord {
   std::uint32_t payload;
 };
 
-/// The record in the low bits of `bits`.
-constexpr PackedRecord packed_record(std::uint64_t bits, PackedLayout layout) {
-  return {static_cast<unsigned>(bits >> (layout.delta_bits + 1) & 3), (bits >> layout.delta_bits & 1) != 0,
-          static_cast<std::uint32_t>(bits) & layout.all_ones()};
-}
-static_assert(packed_record(0b10'1'0000'0011, {8}).channel == 2 && packed_record(0b10'1'0000'0011, {8}).payload == 3);
-
 /// The record in the high bits of `word`.
 constexpr PackedRecord leading_packed_record(std::uint64_t word, PackedLayout layout) {
   return {static_cast<unsigned>(word >> 62), (word >> 61 & 1) != 0,
           static_cast<std::uint32_t>(word >> (64 - layout.width())) & layout.all_ones()};
 }
-static_assert(leading_packed_record(std::uint64_t{0b10'1'0000'0011} << 53, {8}).payload == 3);
+
+/// The record in the low bits of `bits`.
+constexpr PackedRecord packed_record(std::uint64_t bits, PackedLayout layout) {
+  return leading_packed_record(bits << (64 - layout.width()), layout);
+}
+static_assert(packed_record(0b10'1'0000'0011, {8}).channel == 2 && packed_record(0b10'1'0000'0011, {8}).payload == 3);
 
 /// `width` bits (1 to 34) from stream bit `position` of `bytes`, which holds them all.
 inline std::uint64_t bit_field(const std::uint8_t* bytes, std::size_t size, std::uint64_t position,

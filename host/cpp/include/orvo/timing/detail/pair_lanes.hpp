@@ -34,10 +34,9 @@ class SlotCounts {
 /// that the last one found. So A is cut into lanes, walked in turns, each with its own place in B: the processor
 /// works on one while it waits for another. And no branch asks what random times decide:
 ///
-///   find   for each A event of a block, times of B in front of its window are skipped by counting them, and its
-///   first
-///          candidate is written behind the ones kept so far; it is kept if it pairs, else the next one overwrites it
-///   round  for each kept event, its candidate is counted, and the next candidate kept in the same manner
+/// - find: for each A event of a block, times of B in front of its window are skipped by counting them. Its first
+///   candidate is written behind those kept so far and kept if it pairs; else the next one overwrites it.
+/// - round: for each kept event, its candidate is counted, and the next candidate kept in the same manner.
 ///
 /// After two rounds, what still pairs is dense, and a loop over its candidates is well predicted.
 ///
@@ -103,7 +102,7 @@ class PairLanes {
       below += static_cast<std::uint64_t>(b[i]) < static_cast<std::uint64_t>(low_ps) ? 1 : 0;
     }
     b += below;
-    while (*b < low_ps) [[unlikely]]++ b;
+    while (*b < low_ps) ++b;  // rarely: there were more
     return b;
   }
 
