@@ -68,11 +68,17 @@ void orvo::bench::add_histogram() {
   const Channels low_rate([] { return two_channels(1'000'000, 1'000'000); });
   const Channels long_sparse([] { return two_channels(10'000'000, 20'000); });
   const Channels long_low_rate([] { return two_channels(10'000'000, 1'000'000); });
+  const Channels pulses([] { return pulses_on_both(1'000'000, 1'000'000); });
+  const Channels long_pulses([] { return pulses_on_both(10'000'000, 1'000'000); });
+  const Channels clock([] { return clock_and_rare_events(1'000'000, 1'000'000); });
   const Channels by_chance([] { return two_channels(10'000'000, 1'000'000, 0); });
   for (const std::int64_t bin : {8, 7, 800}) add("20 ns apart", sparse, {5'000, bin, kOffsetPs});
   for (const std::int64_t bin : {8, 7, 800}) add("1 us apart", low_rate, {5'000, bin, kOffsetPs});
+  for (const std::int64_t bin : {8, 7, 800}) add("1 us apart, each paired", pulses, {5'000, bin, kOffsetPs});
   add("20 ns apart, 10 million", long_sparse, {5'000, 8, kOffsetPs});
   add("1 us apart, 10 million", long_low_rate, {5'000, 8, kOffsetPs});
+  add("1 us apart, each paired, 10 million", long_pulses, {5'000, 8, kOffsetPs});
+  add("clock of 1 us and rare events", clock, {5'000, 8, kOffsetPs});
   add("1 us apart, 10 million, unrelated", by_chance, {5'000, 8, kOffsetPs});
   for (const std::int64_t bin : {8, 7, 800}) add("20 ns apart, range 1 us", sparse, {1'000'000, bin, kOffsetPs});
   add_unsorted("1 % late", Channels([=] {

@@ -133,6 +133,79 @@ TEST(PairLanes, CountsThatMoveToTheBinsEarlyAreTheSame) {
       plain::xcorr_histogram(Times(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(counted)), b, window).counts);
 }
 
+/// `events` times `period_ps` apart.
+Times clock(std::int64_t first_ps, std::int64_t period_ps, std::size_t events) {
+  Times times;
+  for (std::size_t i = 0; i < events; ++i) times.push_back(first_ps + static_cast<std::int64_t>(i) * period_ps);
+  return times;
+}
+
+Times later(Times times, std::int64_t by_ps) {
+  for (std::int64_t& time_ps : times) time_ps += by_ps;
+  return times;
+}
+
+Times joined(Times first, const Times& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+// Every pulse once on either channel, 30 ps apart.
+TEST(PairCounting, PulsesOnBothChannels) {
+  const Times a = clock(-100'000'000, 1000, 200'000);
+  Times counts(13);  // -48 to 48 ps
+  counts[10] = 200'000;
+  EXPECT_EQ(counts_of(a, later(a, 30), {50, 8, 0}), counts);
+  counts[10] = 0;
+  counts[2] = 200'000;
+  EXPECT_EQ(counts_of(later(a, 30), a, {50, 8, 0}), counts);
+}
+
+// B events 40 ps behind every thousandth tick of a clock, and so 60 ps in front of the tick after it.
+TEST(PairCounting, AClockAgainstRareEvents) {
+  const Times a = clock(0, 100, 300'000);
+  const Times b = later(clock(1000, 100'000, 299), 40);
+  EXPECT_EQ(counts_of(a, b, {100, 100, 0}), (Times{299, 299, 0}));
+  EXPECT_EQ(counts_of(b, a, {100, 100, 0}), (Times{0, 299, 299}));
+}
+
+TEST(PairCounting, AgreesWherePatternsCeaseAndReturn) {
+  orvo::test::Random random(7);
+  Times a;
+  Times b;
+  for (int part = 0; part < 12; ++part) {
+    const std::int64_t from_ps = (a.empty() ? -150'000'000 : std::max(a.back(), b.back())) + 1;
+    const std::size_t events = random.below(60'000);
+    if (part % 2 == 0) {
+      const Times pulses = clock(from_ps, 500 + static_cast<std::int64_t>(random.below(500)), events + 1);
+      a = joined(a, pulses);
+      b = joined(b, later(pulses, static_cast<std::int64_t>(random.below(400))));
+    } else {
+      a = joined(a, walk(random, events + 1, from_ps, 1000));
+      b = joined(b, walk(random, events + 1, from_ps, 1000));
+    }
+  }
+  expect_as_plain(a, b, {300, 8, 0});
+  expect_as_plain(b, a, {300, 7, -100});
+  expect_as_plain(a, b, {5000, 80, 100});
+}
+
+TEST(PairLanes, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
+  const Times a = clock(1000, 100, 3000);
+  const XcorrWindow window{200, 8, 0};
+  Times counts(detail::BinLayout(window).bins());
+  detail::PairLanes<detail::SlotOfReach<std::uint64_t>, 7> lanes(
+      window, detail::SlotOfReach<std::uint64_t>(window, counts.size()), counts);
+  const auto counted = static_cast<std::int64_t>(lanes.count(a, a));
+  EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end in front of the last four
+  Times expected(51);
+  // 200 ps are 25 bins; 100 ps are 12 and a half, and round to 13.
+  for (const std::size_t bin : {0, 12, 25, 38, 50}) expected[bin] = counted;
+  expected[0] -= 2;  // nothing lies in front of the first pulses
+  expected[12] -= 1;
+  EXPECT_EQ(counts, expected);
+}
+
 TEST(PairLanes, LeavesAListThatIsTooShortAlone) {
   const XcorrWindow window{1000, 8, 0};
   Times counts(detail::BinLayout(window).bins());

@@ -30,8 +30,12 @@ class SlotCounts {
   std::vector<std::uint32_t> slots_;
 };
 
-/// On sparse data nearly every branch of the readable form is a coin toss, and each A event waits for the place in B
-/// that the last one found. So A is cut into lanes, walked in turns, each with its own place in B: the processor
+/// Times come in two kinds. Where a pattern repeats, as of pulses split onto both channels, or of a clock against
+/// rare events, the processor foresees each branch of a plain walk through both lists, and nothing is faster. A
+/// sample of each stretch of A events tells.
+///
+/// With random times nearly every branch of that walk is a coin toss, and each A event waits for the place in B that
+/// the last one found. So the stretch is cut into lanes, walked in turns, each with its own place in B: the processor
 /// works on one while it waits for another. And no branch asks what random times decide:
 ///
 /// - find: for each A event of a block, times of B in front of its window are skipped by counting them. Its first
@@ -55,22 +59,22 @@ class PairLanes {
     if (b_ps.size() < kAhead || b_ps.size() > kMostTimes) return 0;
     const std::int64_t last_low_ps = b_ps[b_ps.size() - kAhead] - static_cast<std::int64_t>(slot_of_.widest());
     const auto in_reach = std::lower_bound(a_ps.begin(), a_ps.end(), last_low_ps - low_offset_ps_) - a_ps.begin();
-    const std::size_t lane_events = static_cast<std::size_t>(in_reach) / (kLanes * kBlock) * kBlock;
-    if (lane_events == 0) return 0;
-    std::array<Lane, kLanes> lanes;
-    for (std::size_t i = 0; i < kLanes; ++i) {
-      lanes[i].a = a_ps.data() + i * lane_events;
-      lanes[i].b = &*std::lower_bound(b_ps.begin(), b_ps.end(), lanes[i].a[0] + low_offset_ps_);
+    const std::size_t events = static_cast<std::size_t>(in_reach) / kSample * kSample;
+    for (std::size_t done = 0; done < events; done += kStretch) {
+      count_stretch(a_ps.subspan(done, std::min(kStretch, events - done)), b_ps);
     }
-    for (std::size_t done = 0; done < lane_events; done += kBlock) count_block(lanes);
     counts_.settle();
-    return lane_events * kLanes;
+    return events;
   }
 
  private:
   static constexpr std::size_t kLanes = 4;
   static constexpr std::size_t kBlock = 64;  // A events of each lane
   static constexpr std::size_t kAhead = 4;   // times of B that are looked at together
+  static constexpr std::size_t kSample = kLanes * kBlock;
+  static constexpr std::size_t kStretch = 256 * kSample;
+  static constexpr std::size_t kMostSurprises = kSample * 3 / 8;  // where walking takes as long as the lanes
+  static constexpr std::ptrdiff_t kFewPairs = 8;                  // with more, counting several together is faster
   static constexpr std::uint32_t kMostTimes = (std::uint32_t{1} << 31) - kBlock * kLanes;
 
   struct Lane {
@@ -104,6 +108,58 @@ class PairLanes {
     b += below;
     while (*b < low_ps) ++b;  // rarely: there were more
     return b;
+  }
+
+  void count_stretch(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+    if (is_regular(a_ps.first(kSample), b_ps)) {
+      walk(a_ps, b_ps);
+      return;
+    }
+    const std::size_t lane_events = a_ps.size() / kLanes;
+    std::array<Lane, kLanes> lanes;
+    for (std::size_t i = 0; i < kLanes; ++i) {
+      lanes[i].a = a_ps.data() + i * lane_events;
+      lanes[i].b = window_start(*lanes[i].a, b_ps);
+    }
+    for (std::size_t done = 0; done < lane_events; done += kBlock) count_block(lanes);
+  }
+
+  const std::int64_t* window_start(std::int64_t a, std::span<const std::int64_t> b_ps) const {
+    return &*std::lower_bound(b_ps.begin(), b_ps.end(), a + low_offset_ps_);
+  }
+
+  /// True when windows hold few times of B, and their ends mostly move on by as many as they did before.
+  bool is_regular(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) const {
+    const std::int64_t high_offset_ps = low_offset_ps_ + static_cast<std::int64_t>(slot_of_.widest());
+    const std::int64_t* b = window_start(a_ps.front(), b_ps);
+    std::ptrdiff_t step = 0;
+    std::size_t surprises = 0;
+    for (const std::int64_t a : a_ps) {
+      const std::int64_t* const before = b;
+      while (*b <= a + high_offset_ps) ++b;
+      surprises += b - before != step ? 1 : 0;
+      step = b - before;
+    }
+    return surprises <= kMostSurprises && b - window_start(a_ps.back(), b_ps) <= kFewPairs;
+  }
+
+  void walk(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+    const Slot slot_of = slot_of_;
+    const std::int64_t low_offset_ps = low_offset_ps_;
+    std::uint64_t unsettled = unsettled_;  // no event waits for the one before to be noted in memory
+    const std::int64_t* first = window_start(a_ps.front(), b_ps);
+    for (const std::int64_t a : a_ps) {
+      const std::int64_t low_ps = a + low_offset_ps;
+      while (*first < low_ps) ++first;
+      const std::int64_t* b = first;
+      for (; reach(b, low_ps) <= slot_of.widest(); ++b) counts_.count(slot_of(reach(b, low_ps)));
+      if (b == first) continue;
+      unsettled += static_cast<std::size_t>(b - first);
+      if (unsettled < kSettleAfter) continue;
+      counts_.settle();
+      unsettled = 0;
+    }
+    unsettled_ = unsettled;
   }
 
   void count_block(std::array<Lane, kLanes>& lanes) {
