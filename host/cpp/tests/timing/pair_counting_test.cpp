@@ -200,7 +200,7 @@ TEST(PairLanes, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
   EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end in front of the last four
   Times expected(51);
   // 200 ps are 25 bins; 100 ps are 12 and a half, and round to 13.
-  for (const std::size_t bin : {0, 12, 25, 38, 50}) expected[bin] = counted;
+  for (const std::size_t bin : {0u, 12u, 25u, 38u, 50u}) expected[bin] = counted;
   expected[0] -= 2;  // nothing lies in front of the first pulses
   expected[12] -= 1;
   EXPECT_EQ(counts, expected);
