@@ -73,8 +73,8 @@ class PairLanes {
   static constexpr std::size_t kAhead = 4;   // times of B that are looked at together
   static constexpr std::size_t kSample = kLanes * kBlock;
   static constexpr std::size_t kStretch = 256 * kSample;
-  static constexpr std::size_t kMostSurprises = kSample * 3 / 8;  // where walking takes as long as the lanes
-  static constexpr std::ptrdiff_t kFewPairs = 8;                  // with more, counting several together is faster
+  static constexpr std::size_t kMostSurprises = kSample / 4;  // where walking takes as long as the lanes
+  static constexpr std::ptrdiff_t kFewPairs = 8;              // with more, counting several together is faster
   static constexpr std::uint32_t kMostTimes = (std::uint32_t{1} << 31) - kBlock * kLanes;
 
   struct Lane {
@@ -166,6 +166,7 @@ class PairLanes {
     const std::uint64_t beyond = slot_of_.widest() + 1;
     Kept kept;
     for (std::size_t i = 0; i < kBlock; ++i) {
+#pragma GCC unroll 4  // kLanes: their places in A and B then stay in registers
       for (Lane& lane : lanes) {
         const std::int64_t low_ps = *lane.a++ + low_offset_ps_;
         lane.b = skip_below(lane.b, low_ps);
