@@ -68,8 +68,8 @@ void orvo::bench::add_histogram() {
   const Channels low_rate([] { return two_channels(1'000'000, 1'000'000); });
   const Channels long_sparse([] { return two_channels(10'000'000, 20'000); });
   const Channels long_low_rate([] { return two_channels(10'000'000, 1'000'000); });
-  const Channels pulses([] { return pulses_on_both(1'000'000, 1'000'000); });
-  const Channels long_pulses([] { return pulses_on_both(10'000'000, 1'000'000); });
+  const Channels pulses([] { return two_channels(1'000'000, 1'000'000, 100); });
+  const Channels long_pulses([] { return two_channels(10'000'000, 1'000'000, 100); });
   const Channels clock([] { return clock_and_rare_events(1'000'000, 1'000'000); });
   const Channels by_chance([] { return two_channels(10'000'000, 1'000'000, 0); });
   for (const std::int64_t bin : {8, 7, 800}) add("20 ns apart", sparse, {5'000, bin, kOffsetPs});

@@ -68,20 +68,6 @@ inline TwoChannels two_channels(std::size_t events, double spacing_ps, int paire
   return channels;
 }
 
-/// Random pulses, each on both channels, with the same delay and jitter.
-inline TwoChannels pulses_on_both(std::size_t events, double spacing_ps) {
-  Random random(5);
-  TwoChannels channels;
-  std::int64_t a = 1'000'000;
-  for (std::size_t i = 0; i < events; ++i) {
-    a += random.gap(spacing_ps);
-    channels.a.push_back(a);
-    channels.b.push_back(a + 40 + random.below(120) + random.below(120));
-  }
-  std::sort(channels.b.begin(), channels.b.end());
-  return channels;
-}
-
 /// Ticks of a clock, and one event in a hundred of them, anywhere.
 inline TwoChannels clock_and_rare_events(std::size_t ticks, std::int64_t period_ps) {
   Random random(6);

@@ -144,9 +144,10 @@ class PairLanes {
   }
 
   void walk(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+    // In registers: for all the compiler knows, a count may change the members.
     const Slot slot_of = slot_of_;
     const std::int64_t low_offset_ps = low_offset_ps_;
-    std::uint64_t unsettled = unsettled_;  // no event waits for the one before to be noted in memory
+    std::uint64_t unsettled = unsettled_;
     const std::int64_t* first = window_start(a_ps.front(), b_ps);
     for (const std::int64_t a : a_ps) {
       const std::int64_t low_ps = a + low_offset_ps;
