@@ -53,7 +53,7 @@ class ChunkLists {
  public:
   std::uint64_t total() const { return total_; }
 
-  // What a sink does, see detail/tag_sink.hpp.
+  // What a sink does, see tag_sink.hpp.
   void begin_chunk(std::size_t most_tags) {
     for (std::size_t c = 0; c < lists_.size(); ++c) {
       if (lists_[c].size() < most_tags) lists_[c].resize(most_tags);

@@ -25,7 +25,7 @@ void decode(const timing::StreamFileHeader& header, const bench::Bytes& payload)
   std::vector<timing::TimeTag> tags;
   for (std::size_t at = 0; at < payload.size(); at += kMebibyte) {
     tags.clear();
-    timing::detail::TagList list(tags);
+    timing::TagList list(tags);
     decoder.pending_bytes.append(payload.data() + at, std::min(kMebibyte, payload.size() - at));
     timing::detail::decode_pending(decoder, list);
   }

@@ -1,6 +1,6 @@
 #pragma once
 // A run's result from a fuzz input: what the report writers are given, and the same for the model. The writers' own
-// types are file-local, so this header goes behind verify/report.hpp.
+// types are file-local, so this header goes behind verify/run_result.hpp.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 #include "fuzz/support/input.hpp"
 #include "model/report_model.hpp"
-#include "verify/report.hpp"
+#include "verify/run_result.hpp"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #pragma once
-// A sink (see detail/tag_sink.hpp) that holds decoders to the protocol: tags come inside a chunk only, never more of
+// A sink (see tag_sink.hpp) that holds decoders to the protocol: tags come inside a chunk only, never more of
 // them than were announced, and a chunk that begins is ended or discarded, once.
 #include <cstddef>
 #include <cstdint>

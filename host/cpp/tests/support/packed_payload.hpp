@@ -47,7 +47,7 @@ class PackedWriter {
   /// Sync start and the pieces of `quanta`; bits above the last piece are lost.
   PackedWriter& sync(unsigned channel, std::uint64_t quanta) {
     sync_start(channel);
-    for (unsigned piece = 0; piece < sync_pieces(); ++piece) {
+    for (unsigned piece = 0; piece < sync_words(); ++piece) {
       data(channel, quanta & all_ones());
       quanta >>= delta_bits_;
     }
@@ -74,7 +74,7 @@ class PackedWriter {
     return *this;
   }
 
-  unsigned sync_pieces() const { return (delta_bits_ + 40) / delta_bits_; }
+  unsigned sync_words() const { return (delta_bits_ + 40) / delta_bits_; }
   std::size_t bit_count() const { return bit_count_; }
   /// The bytes so far, the last one filled up with zero bits.
   const Bytes& bytes() const { return bytes_; }

@@ -4,7 +4,7 @@
 //
 //   | channel (2) | flag (1) | payload (delta_bits) |
 //
-// The first tag of a channel, and each `anchor_every`th after it, is an anchor: a sync start, the pieces of the time
+// The first tag of a channel, and each `anchor_every`th after it, is an anchor: a sync start, the words of the time
 // in quanta, and a data record of 0. So is a tag behind a gap that would take as many overflow records.
 //
 // A stream starts with overflow records of 0, which mean nothing. Decoders look for the start in the first 65 bytes
@@ -34,7 +34,7 @@ class PackedEncoder {
   explicit PackedEncoder(const Settings& settings)
       : delta_bits_(settings.delta_bits),
         shift_(settings.quantum_shift()),
-        pieces_((settings.delta_bits + 40) / settings.delta_bits),
+        sync_words_((settings.delta_bits + 40) / settings.delta_bits),
         anchor_every_(settings.anchor_every),
         start_bit_(settings.start_bit),
         clock_(settings.quantum_shift()) {
@@ -130,7 +130,7 @@ class PackedEncoder {
   std::uint64_t largest_overflow() const { return ones(delta_bits_) - 1; }
   /// True when the bits above the payload take more records than an anchor, or no record can carry them.
   bool overflows_too_far(std::uint64_t quanta) const {
-    return quanta >> delta_bits_ > largest_overflow() * (pieces_ + 1);
+    return quanta >> delta_bits_ > largest_overflow() * (sync_words_ + 1);
   }
 
   BitWriter put_difference(unsigned channel, std::uint64_t quanta, BitWriter bits) const {
@@ -145,7 +145,7 @@ class PackedEncoder {
 
   BitWriter put_anchor(unsigned channel, std::uint64_t quanta, BitWriter bits) const {
     bits.put(flagged(channel, ones(delta_bits_)), width());
-    for (unsigned piece = 0; piece < pieces_; ++piece, quanta >>= delta_bits_) {
+    for (unsigned word = 0; word < sync_words_; ++word, quanta >>= delta_bits_) {
       bits.put(data(channel, quanta & ones(delta_bits_)), width());
     }
     bits.put(data(channel, 0), width());
@@ -154,7 +154,7 @@ class PackedEncoder {
 
   unsigned delta_bits_;
   unsigned shift_;
-  unsigned pieces_;
+  unsigned sync_words_;
   std::uint64_t most_units_at_once_ = 0;
   std::uint64_t anchor_every_;
   unsigned start_bit_;

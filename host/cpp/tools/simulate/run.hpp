@@ -8,11 +8,11 @@
 
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_file_header.hpp"
-#include "simulate/answer.hpp"
 #include "simulate/capture_file.hpp"
 #include "simulate/command_line.hpp"
 #include "simulate/damage.hpp"
 #include "simulate/delta32_encoder.hpp"
+#include "simulate/ground_truth.hpp"
 #include "simulate/help_text.hpp"
 #include "simulate/packed_encoder.hpp"
 #include "simulate/progress.hpp"

@@ -6,7 +6,7 @@
 
 #include "orvo/timing/detail/json_text.hpp"
 #include "orvo/timing/detail/stream_header_json.hpp"
-#include "verify/report.hpp"
+#include "verify/run_result.hpp"
 #include "verify/text_file.hpp"
 
 namespace {

@@ -12,11 +12,11 @@
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "verify/config.hpp"
-#include "verify/report.hpp"
 #include "verify/report_csv.hpp"
 #include "verify/report_json.hpp"
 #include "verify/report_summary.hpp"
 #include "verify/report_svg.hpp"
+#include "verify/run_result.hpp"
 
 namespace {
 
@@ -30,8 +30,8 @@ inline std::int64_t resolve_offset_ps(const std::string& setting, std::span<cons
 inline void correlate(RunResult& run, const Config& config, orvo::timing::ChannelTimes& times) {
   const auto a_ps = times[static_cast<std::size_t>(config.channel_a)];
   const auto b_ps = times[static_cast<std::size_t>(config.channel_b)];
-  orvo::timing::detail::sort_times(a_ps);
-  orvo::timing::detail::sort_times(b_ps);
+  orvo::timing::sort_times(a_ps);
+  orvo::timing::sort_times(b_ps);
   run.window = {config.range_ps, config.bin_ps, resolve_offset_ps(config.offset, a_ps, b_ps)};
   run.histogram = orvo::timing::xcorr_histogram_sorted(a_ps, b_ps, run.window);
 }

@@ -12,7 +12,7 @@
 
 #include "verify/directories.hpp"
 #include "verify/file_time.hpp"
-#include "verify/report.hpp"
+#include "verify/run_result.hpp"
 #include "verify/text_file.hpp"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <limits>
 #include <ostream>
 
-#include "verify/report.hpp"
+#include "verify/run_result.hpp"
 #include "verify/text_file.hpp"
 
 namespace {

@@ -24,7 +24,7 @@ class ChannelTimes {
     return sum;
   }
 
-  // What a sink does, see detail/tag_sink.hpp.
+  // What a sink does, see tag_sink.hpp.
   void begin_chunk(std::size_t most_tags) {
     for (std::size_t c = 0; c < kChannels; ++c) end_[c] = lists_[c].prepare(most_tags);
   }

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "orvo/timing/detail/sorted_times.hpp"
+#include "orvo/timing/sorted_times.hpp"
 
 namespace orvo::timing {
 
@@ -58,8 +58,8 @@ inline std::int64_t estimate_offset_sorted_ps(std::span<const std::int64_t> a_ps
 
 /// As `estimate_offset_sorted_ps`, for lists in any order.
 inline std::int64_t estimate_offset_ps(const std::vector<std::int64_t>& a_ps, const std::vector<std::int64_t>& b_ps) {
-  const detail::SortedTimes a(a_ps);
-  const detail::SortedTimes b(b_ps);
+  const SortedTimes a(a_ps);
+  const SortedTimes b(b_ps);
   return estimate_offset_sorted_ps(a, b);
 }
 

@@ -6,8 +6,8 @@
 #include "orvo/timing/detail/delta32.hpp"
 #include "orvo/timing/detail/packed_delta.hpp"
 #include "orvo/timing/detail/raw64.hpp"
-#include "orvo/timing/detail/stream_decoder_state.hpp"
-#include "orvo/timing/detail/tag_sink.hpp"
+#include "orvo/timing/stream_decoder_state.hpp"
+#include "orvo/timing/tag_sink.hpp"
 
 namespace orvo::timing {
 
@@ -31,21 +31,21 @@ void decode_pending(StreamDecoder& decoder, Sink& sink) {
 
 inline std::vector<TimeTag> StreamDecoder::feed_raw64() {
   std::vector<TimeTag> tags;
-  detail::TagList list(tags);
+  TagList list(tags);
   detail::decode_raw64(*this, list);
   return tags;
 }
 
 inline std::vector<TimeTag> StreamDecoder::feed_delta32() {
   std::vector<TimeTag> tags;
-  detail::TagList list(tags);
+  TagList list(tags);
   detail::decode_delta32(*this, list);
   return tags;
 }
 
 inline std::vector<TimeTag> StreamDecoder::feed_packed_delta() {
   std::vector<TimeTag> tags;
-  detail::TagList list(tags);
+  TagList list(tags);
   detail::decode_packed_delta(*this, list);
   return tags;
 }

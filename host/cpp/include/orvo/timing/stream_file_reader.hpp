@@ -35,7 +35,7 @@ class StreamFileReader {
   /// Throws `Error` when no file is open or it cannot be read.
   std::vector<TimeTag> decode_next_tags(std::uint64_t max_tags, std::uint64_t max_bytes);
 
-  /// Decodes one read of at most `max_bytes` into `sink` (see detail/tag_sink.hpp), which may yield no tag. Returns
+  /// Decodes one read of at most `max_bytes` into `sink` (see tag_sink.hpp), which may yield no tag. Returns
   /// false when the payload is exhausted. Not to be mixed with `decode_next_tags` on one file. Throws as that does.
   template <class Sink>
   bool decode_next_chunk(std::uint64_t max_bytes, Sink& sink);
@@ -103,7 +103,7 @@ inline bool StreamFileReader::read_payload(std::uint64_t max_bytes) {
     return false;
   }
   const auto size = static_cast<std::size_t>(std::max<std::uint64_t>(max_bytes, 1));
-  detail::ByteQueue& bytes = decoder_->pending_bytes;
+  ByteQueue& bytes = decoder_->pending_bytes;
   file_.read(reinterpret_cast<char*>(bytes.prepare(size)), static_cast<std::streamsize>(size));
   if (file_.bad()) throw Error("StreamFileReader: payload read failed", kFileFailure);
   const auto count = static_cast<std::size_t>(file_.gcount());
@@ -136,7 +136,7 @@ inline std::vector<TimeTag> StreamFileReader::decode_next_tags(std::uint64_t max
   if (max_tags == 0) return tags;
   tags.reserve(static_cast<std::size_t>(std::min(max_tags, kMostReserved)));
   hand_out_pending(tags, max_tags);
-  detail::TagList list(pending_tags_);
+  TagList list(pending_tags_);
   while (tags.size() < max_tags && decode_next_chunk(max_bytes, list)) hand_out_pending(tags, max_tags);
   return tags;
 }

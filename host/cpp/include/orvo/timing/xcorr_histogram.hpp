@@ -10,7 +10,7 @@
 
 #include "orvo/timing/detail/bin_layout.hpp"
 #include "orvo/timing/detail/pair_counting.hpp"
-#include "orvo/timing/detail/sorted_times.hpp"
+#include "orvo/timing/sorted_times.hpp"
 
 namespace orvo::timing {
 
@@ -115,8 +115,8 @@ inline XcorrHistogram xcorr_histogram(const std::vector<std::int64_t>& a_ps, con
                                       std::int64_t range_ps, std::int64_t bin_ps, std::int64_t offset_ps) {
   const XcorrWindow window{range_ps, bin_ps, offset_ps};
   if (!window.is_valid()) return detail::empty_histogram(window);
-  const detail::SortedTimes a(a_ps);
-  const detail::SortedTimes b(b_ps);
+  const SortedTimes a(a_ps);
+  const SortedTimes b(b_ps);
   return xcorr_histogram_sorted(a, b, window);
 }
 

@@ -1,18 +1,9 @@
 #pragma once
 #include <cstdint>
 
-namespace orvo::timing {
+#include "orvo/timing/xcorr_window.hpp"
 
-/// Which pairs count, and how finely their differences are told apart.
-struct XcorrWindow {
-  std::int64_t range_ps;   ///< differences from -range_ps to +range_ps, both included
-  std::int64_t bin_ps;     ///< bin width
-  std::int64_t offset_ps;  ///< taken off every difference
-
-  bool is_valid() const { return range_ps >= 1 && bin_ps >= 1; }
-};
-
-namespace detail {
+namespace orvo::timing::detail {
 
 /// The bins of a window: an odd number of them, the middle one centred on 0.
 class BinLayout {
@@ -34,5 +25,4 @@ class BinLayout {
   std::uint64_t bins_ = 1;
 };
 
-}  // namespace detail
-}  // namespace orvo::timing
+}  // namespace orvo::timing::detail

@@ -9,7 +9,7 @@
 
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
-#include "orvo/timing/detail/stream_decoder_state.hpp"
+#include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
 
@@ -79,7 +79,7 @@ void decode_delta32_event(StreamDecoder& decoder, Delta32Word word, Sink& sink) 
     decoder.d32_base = 0;
   } else {
     if (!has_time) return;
-    time_ps = advanced(last_ps, without_wrap_step(delta_ps, reference_ps(last_ps), wrap_step_ps(kBaseModulus)));
+    time_ps = add_wrapping(last_ps, without_wrap_step(delta_ps, reference_ps(last_ps), wrap_step_ps(kBaseModulus)));
   }
   decoder.d32_last_time[c] = time_ps;
   decoder.d32_has_time[c] = true;
@@ -132,7 +132,7 @@ const std::uint8_t* decode_delta32_events(StreamDecoder& decoder, const std::uin
     const Delta32Word word{load_be32(at)};
     const unsigned c = word.channel();
     if (!word.is_event() || !has_time[c]) break;
-    last_ps[c] = advanced(last_ps[c], word.payload());
+    last_ps[c] = add_wrapping(last_ps[c], word.payload());
     sink.add(c, last_ps[c]);
   }
   decoder.d32_last_time = last_ps;

@@ -64,7 +64,7 @@ constexpr std::uint64_t lift_over_wrap(std::uint64_t truncated_ps, std::uint64_t
 }
 
 /// `time_ps + gap_ps` modulo 2^64.
-constexpr std::int64_t advanced(std::int64_t time_ps, std::uint64_t gap_ps) {
+constexpr std::int64_t add_wrapping(std::int64_t time_ps, std::uint64_t gap_ps) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(time_ps) + gap_ps);
 }
 

@@ -15,7 +15,7 @@
 #include "orvo/timing/detail/packed_debug_log.hpp"
 #include "orvo/timing/detail/packed_record.hpp"
 #include "orvo/timing/detail/packed_trials.hpp"
-#include "orvo/timing/detail/stream_decoder_state.hpp"
+#include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
 
@@ -135,7 +135,7 @@ inline std::vector<AlignmentTrial> alignment_trials(std::span<const std::uint8_t
   const std::uint64_t width = rules.layout.width();
   const std::size_t start_bytes = std::min(bytes.size() - 1, rules.last_start_byte()) + 1;
   std::vector<AlignmentTrial> trials(start_bytes * width);
-  TrialWalk walk(rules.layout.sync_pieces());
+  TrialWalk walk(rules.layout.sync_words());
   for (std::uint64_t grid = 0; grid < width; ++grid) {
     std::vector<TrialSpan> spans;
     std::vector<AlignmentTrial*> owners;

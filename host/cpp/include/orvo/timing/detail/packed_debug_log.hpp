@@ -4,7 +4,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "orvo/timing/detail/stream_decoder_state.hpp"
+#include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
 

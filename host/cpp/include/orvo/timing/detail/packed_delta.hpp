@@ -12,7 +12,7 @@
 #include "orvo/timing/detail/packed_alignment.hpp"
 #include "orvo/timing/detail/packed_debug_log.hpp"
 #include "orvo/timing/detail/packed_record.hpp"
-#include "orvo/timing/detail/stream_decoder_state.hpp"
+#include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
 
@@ -49,8 +49,8 @@ struct PlacedRecord {
 
 /// Completes a sync sequence: the base that its channel's anchor counts from.
 inline std::uint64_t packed_anchor_base(const StreamDecoder& decoder, const PackedRules& rules, unsigned channel) {
-  const std::uint64_t lap_ps = std::min(rules.modulus, kDevicePeriodPs);
-  const std::uint64_t base_ps = (decoder.pk_sync_value % kBaseModulus << rules.quantum_shift) % lap_ps;
+  const std::uint64_t period_ps = std::min(rules.modulus, kDevicePeriodPs);
+  const std::uint64_t base_ps = (decoder.pk_sync_value % kBaseModulus << rules.quantum_shift) % period_ps;
   std::uint64_t near_ps = 0;
   if (decoder.pk_has_time[channel]) {
     near_ps = reference_ps(decoder.pk_last_time[channel]);
@@ -59,12 +59,12 @@ inline std::uint64_t packed_anchor_base(const StreamDecoder& decoder, const Pack
   } else {
     return base_ps;
   }
-  return rules.modulus <= kDevicePeriodPs ? lift_over_wrap(base_ps, near_ps, lap_ps, rules.wrap_step)
-                                          : lift(base_ps, near_ps, lap_ps);
+  return rules.modulus <= kDevicePeriodPs ? lift_over_wrap(base_ps, near_ps, period_ps, rules.wrap_step)
+                                          : lift(base_ps, near_ps, period_ps);
 }
 
 /// A record inside a sync sequence. False: it breaks the sequence, drop the lock.
-inline bool take_sync_piece(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at) {
+inline bool take_sync_word(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at) {
   const auto [channel, flag, payload] = at.record;
   if (static_cast<std::int32_t>(channel) != decoder.pk_sync_channel) {
     packed_debug(decoder, "drop sync channel mismatch ch=", channel, " expected=", decoder.pk_sync_channel,
@@ -88,7 +88,7 @@ inline bool take_sync_piece(StreamDecoder& decoder, const PackedRules& rules, co
 }
 
 /// A flag record outside a sync sequence.
-inline void take_packed_flag(StreamDecoder& decoder, const PackedRules& rules, const PackedRecord& record) {
+inline void apply_flag_record(StreamDecoder& decoder, const PackedRules& rules, const PackedRecord& record) {
   if (record.payload != rules.layout.all_ones()) {
     decoder.pk_overflow[record.channel] += record.payload;
     return;
@@ -96,7 +96,7 @@ inline void take_packed_flag(StreamDecoder& decoder, const PackedRules& rules, c
   decoder.pk_sync_channel = static_cast<std::int32_t>(record.channel);
   decoder.pk_sync_value = 0;
   decoder.pk_sync_bits = 0;
-  decoder.pk_sync_left = rules.layout.sync_pieces();
+  decoder.pk_sync_left = rules.layout.sync_words();
   decoder.pk_overflow[record.channel] = 0;
 }
 
@@ -137,7 +137,7 @@ inline bool take_packed_delta(StreamDecoder& decoder, const PackedRules& rules, 
       gap_ps > rules.modulus / 2 && gap_ps <= rules.modulus && rules.modulus - gap_ps <= kBackwardTolerancePs;
   if (small_step_back) {
     decoder.pk_last_delta[c] = gap_ps;
-    decoder.pk_last_time[c] = advanced(prev_ps, gap_ps - rules.modulus);
+    decoder.pk_last_time[c] = add_wrapping(prev_ps, gap_ps - rules.modulus);
     return true;
   }
   gap_ps = without_wrap_step(gap_ps, reference_ps(prev_ps), rules.wrap_step);
@@ -147,7 +147,7 @@ inline bool take_packed_delta(StreamDecoder& decoder, const PackedRules& rules, 
     return false;
   }
   decoder.pk_last_delta[c] = gap_ps;
-  decoder.pk_last_time[c] = advanced(prev_ps, gap_ps);
+  decoder.pk_last_time[c] = add_wrapping(prev_ps, gap_ps);
   return true;
 }
 
@@ -180,9 +180,9 @@ inline PackedStep take_packed_record(StreamDecoder& decoder, const PackedRules& 
                  " record=", at.index, " records=", records);
     return PackedStep::dropped;
   }
-  if (decoder.pk_sync_left > 0) return take_sync_piece(decoder, rules, at) ? PackedStep::kept : PackedStep::dropped;
+  if (decoder.pk_sync_left > 0) return take_sync_word(decoder, rules, at) ? PackedStep::kept : PackedStep::dropped;
   if (at.record.flag) {
-    take_packed_flag(decoder, rules, at.record);
+    apply_flag_record(decoder, rules, at.record);
     return PackedStep::kept;
   }
   return take_packed_data(decoder, rules, at);
@@ -261,8 +261,8 @@ class PackedRecords {
 /// The fast path: decodes overflow records, and data records that only chain on their channel's last time, up to the
 /// first record that is anything else, and returns its index.
 template <class Sink>
-std::uint64_t take_plain_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
-                                 std::uint64_t k, ChannelCounts& emitted, Sink& sink) {
+std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
+                                     std::uint64_t k, ChannelCounts& emitted, Sink& sink) {
   if (decoder.pk_sync_left > 0) return k;
   // A shorter difference is no step back, has no wrap step in it and is not implausible: what is left of the rules is
   // adding up. For channels of which that is not true, no difference is short enough.
@@ -291,7 +291,7 @@ std::uint64_t take_plain_records(StreamDecoder& decoder, const PackedRules& rule
     const std::uint64_t gap_ps = ((overflow[c] << layout.delta_bits) + payload) << quantum_shift;
     if (gap_ps >= limit_ps[c]) break;
     overflow[c] = 0;
-    last_ps[c] = advanced(last_ps[c], gap_ps);
+    last_ps[c] = add_wrapping(last_ps[c], gap_ps);
     last_gap_ps[c] = gap_ps;
     ++taken[c];
     sink.add(c, last_ps[c]);
@@ -319,7 +319,7 @@ void decode_packed_delta(StreamDecoder& decoder, Sink& sink) {
   sink.begin_chunk(static_cast<std::size_t>(records.size()));
   ChannelCounts emitted{};
   for (std::uint64_t k = 0;; ++k) {
-    k = take_plain_records(decoder, rules, records, k, emitted, sink);
+    k = decode_chained_records(decoder, rules, records, k, emitted, sink);
     if (k == records.size()) break;
     const PackedRecord record = records[k];
     const PackedStep step = take_packed_record(decoder, rules, {record, k}, records.size());

@@ -5,7 +5,7 @@
 //
 //   flag 0                      data: time since the last data record of the channel, in quanta
 //   flag 1, payload not all 1   overflow: adds payload * 2^delta_bits quanta to the channel's next data record
-//   flag 1, payload all 1       sync start: the next pieces on this channel spell an absolute time
+//   flag 1, payload all 1       sync start: the next words on this channel spell an absolute time
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -27,11 +27,11 @@ struct PackedLayout {
     return static_cast<std::uint32_t>((std::uint64_t{1} << delta_bits) - 1);
   }
   /// Data records that spell a sync sequence's time: enough for its 41 bits.
-  constexpr std::int32_t sync_pieces() const {
+  constexpr std::int32_t sync_words() const {
     return static_cast<std::int32_t>((delta_bits + kBaseBits - 1) / delta_bits);
   }
 };
-static_assert(PackedLayout{16}.sync_pieces() == 3 && PackedLayout{8}.sync_pieces() == 6);
+static_assert(PackedLayout{16}.sync_words() == 3 && PackedLayout{8}.sync_words() == 6);
 
 struct PackedRecord {
   unsigned channel;

@@ -57,7 +57,7 @@ struct TrialSpan {
 
 class TrialWalk {
  public:
-  explicit TrialWalk(std::int32_t sync_pieces) : sync_pieces_(sync_pieces) {}
+  explicit TrialWalk(std::int32_t sync_words) : sync_words_(sync_words) {}
 
   /// Scores of the trials, which must come in ascending order of both their first and their end record.
   std::vector<TrialScore> run(std::span<const TrialSymbol> symbols, std::span<const TrialSpan> spans) {
@@ -157,7 +157,7 @@ class TrialWalk {
       }
     }
     sequence_channel_ = channel;
-    sequence_left_ = sync_pieces_;
+    sequence_left_ = sync_words_;
     return true;
   }
 
@@ -215,7 +215,7 @@ class TrialWalk {
     return score;
   }
 
-  std::int32_t sync_pieces_;
+  std::int32_t sync_words_;
   std::vector<TrialGroup> groups_;
   std::vector<Trial> trials_;
   // The running sync sequence is the same for all groups inside one: a sync start puts every group inside, or resets

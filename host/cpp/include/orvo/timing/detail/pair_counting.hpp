@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "orvo/timing/detail/bin_layout.hpp"
-#include "orvo/timing/detail/pair_lanes.hpp"
-#include "orvo/timing/detail/slot_of_reach.hpp"
+#include "orvo/timing/detail/delay_binning.hpp"
+#include "orvo/timing/detail/interleaved_pair_counter.hpp"
 #include "orvo/timing/detail/wide_integer.hpp"
 
 namespace orvo::timing::detail {
@@ -37,15 +37,15 @@ inline void count_pairs_anywhere(std::span<const std::int64_t> a_ps, std::span<c
 }
 
 /// The fast form and, for the events it leaves, the readable one.
-template <class Lanes>
-void count_pairs_in_lanes(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
-                          const XcorrWindow& window, Lanes lanes, std::vector<std::int64_t>& counts) {
+template <class Counter>
+void count_pairs_interleaved(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
+                             const XcorrWindow& window, Counter counter, std::vector<std::int64_t>& counts) {
   const std::int64_t first_a_ps = window.range_ps - window.offset_ps;  // whose window starts at 0
   const auto a_below =
       static_cast<std::size_t>(std::lower_bound(a_ps.begin(), a_ps.end(), first_a_ps) - a_ps.begin());
   const auto b_below = static_cast<std::size_t>(std::lower_bound(b_ps.begin(), b_ps.end(), 0) - b_ps.begin());
-  const std::size_t counted_below = lanes.count(a_ps.first(a_below), b_ps.first(b_below));
-  const std::size_t counted_above = lanes.count(a_ps.subspan(a_below), b_ps.subspan(b_below));
+  const std::size_t counted_below = counter.count(a_ps.first(a_below), b_ps.first(b_below));
+  const std::size_t counted_above = counter.count(a_ps.subspan(a_below), b_ps.subspan(b_below));
   count_pairs_anywhere(a_ps.first(a_below).subspan(counted_below), b_ps, window, counts);
   count_pairs_anywhere(a_ps.subspan(a_below + counted_above), b_ps, window, counts);
 }
@@ -59,14 +59,14 @@ inline bool is_nearby(std::int64_t low, std::int64_t high) {
 /// `counts` has one entry per bin of the window; both lists hold something and are in ascending order.
 inline void count_pairs(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
                         const XcorrWindow& window, std::vector<std::int64_t>& counts) {
-  const SlotOfReach<std::uint64_t> slot_of(window, counts.size());
-  const SlotOfReach<Uint128> wide_slot_of(window, counts.size());
+  const DelayBinning<std::uint64_t> binning(window, counts.size());
+  const DelayBinning<Uint128> wide_binning(window, counts.size());
   const bool nearby = is_nearby(a_ps.front(), a_ps.back()) && is_nearby(b_ps.front(), b_ps.back()) &&
                       is_nearby(window.offset_ps, window.offset_ps);
-  if (nearby && slot_of.is_exact()) {
-    count_pairs_in_lanes(a_ps, b_ps, window, PairLanes(window, slot_of, counts), counts);
-  } else if (nearby && wide_slot_of.is_exact()) {
-    count_pairs_in_lanes(a_ps, b_ps, window, PairLanes(window, wide_slot_of, counts), counts);
+  if (nearby && binning.is_exact()) {
+    count_pairs_interleaved(a_ps, b_ps, window, InterleavedPairCounter(window, binning, counts), counts);
+  } else if (nearby && wide_binning.is_exact()) {
+    count_pairs_interleaved(a_ps, b_ps, window, InterleavedPairCounter(window, wide_binning, counts), counts);
   } else {
     count_pairs_anywhere(a_ps, b_ps, window, counts);
   }

@@ -7,8 +7,8 @@
 
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
-#include "orvo/timing/detail/stream_decoder_state.hpp"
 #include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
 

@@ -10,7 +10,7 @@
 
 #include "orvo/timing/time_tag.hpp"
 
-namespace orvo::timing::detail {
+namespace orvo::timing {
 
 /// Tags in stream order.
 class TagList {
@@ -32,4 +32,4 @@ class TagList {
   std::size_t chunk_begin_ = 0;
 };
 
-}  // namespace orvo::timing::detail
+}  // namespace orvo::timing

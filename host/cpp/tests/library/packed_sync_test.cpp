@@ -35,7 +35,7 @@ TEST(PackedSync, ItsLengthIsWhat41BitsNeed) {
 }
 
 TEST(PackedSync, BuilderWritesAsManyPieces) {
-  for (unsigned d = 1; d <= 31; ++d) EXPECT_EQ(PackedWriter(d).sync_pieces(), static_cast<unsigned>(kPieces[d - 1]));
+  for (unsigned d = 1; d <= 31; ++d) EXPECT_EQ(PackedWriter(d).sync_words(), static_cast<unsigned>(kPieces[d - 1]));
 }
 
 TEST(PackedSync, AssemblesThePiecesLeastSignificantFirst) {

@@ -1,4 +1,4 @@
-#include "orvo/timing/detail/sorted_times.hpp"
+#include "orvo/timing/sorted_times.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,9 @@
 
 namespace {
 
+using orvo::timing::sort_times;
+using orvo::timing::SortedTimes;
 using orvo::timing::detail::ascending_runs;
-using orvo::timing::detail::sort_times;
-using orvo::timing::detail::SortedTimes;
 using Times = std::vector<std::int64_t>;
 
 Times count_up(std::size_t size) {

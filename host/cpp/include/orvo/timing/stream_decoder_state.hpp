@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "orvo/timing/detail/byte_queue.hpp"
+#include "orvo/timing/byte_queue.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/time_tag.hpp"
 
@@ -43,7 +43,7 @@ struct StreamDecoder {
 
   StreamFileHeader header;
   std::vector<std::int64_t> fine_table_ps;  ///< raw_cf: picoseconds from the event to the clock edge, per fine code
-  detail::ByteQueue pending_bytes;          ///< read, not yet consumed
+  ByteQueue pending_bytes;                  ///< read, not yet consumed
   std::uint64_t bit_offset = 0;             ///< packed: next record's first bit in pending_bytes; 0 to 7 when locked
 
   std::array<std::uint64_t, kChannels> raw64_prev{};  ///< last value seen, before unwrapping
@@ -68,7 +68,7 @@ struct StreamDecoder {
   std::array<bool, kChannels> pk_has_emitted{};
   std::int32_t pk_sync_left = 0;  ///< data records still due in the running sync sequence; 0 = none runs
   std::int32_t pk_sync_channel = 0;
-  std::uint64_t pk_sync_value = 0;  ///< pieces so far, least significant first
+  std::uint64_t pk_sync_value = 0;  ///< words so far, least significant first
   std::uint32_t pk_sync_bits = 0;
   std::int32_t pk_anchor_channel = -1;  ///< channel whose next data record is an anchor; -1 = none
   std::uint64_t pk_anchor_base = 0;     ///< ps

@@ -114,16 +114,16 @@ TEST(PairCounting, AgreesForWindowsBeyondAMillisecond) {
   expect_as_plain(a, b, {5'000'000'001, 999'999, 123});
 }
 
-TEST(PairLanes, CountsThatMoveToTheBinsEarlyAreTheSame) {
+TEST(InterleavedPairCounter, CountsThatMoveToTheBinsEarlyAreTheSame) {
   orvo::test::Random random(6);
   const Times a = walk(random, 3000, 1000, 50);
   const Times b = walk(random, 3000, 1000, 50);
   const XcorrWindow window{1000, 8, 0};
   Times counts(detail::BinLayout(window).bins());
   Times counts_in_one(counts.size());
-  const detail::SlotOfReach<std::uint64_t> slot_of(window, counts.size());
-  detail::PairLanes<detail::SlotOfReach<std::uint64_t>, 100> lanes(window, slot_of, counts);
-  detail::PairLanes<detail::SlotOfReach<std::uint64_t>> lanes_in_one(window, slot_of, counts_in_one);
+  const detail::DelayBinning<std::uint64_t> binning(window, counts.size());
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 100> lanes(window, binning, counts);
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>> lanes_in_one(window, binning, counts_in_one);
   const std::size_t counted = lanes.count(a, b);
   EXPECT_GE(counted, 2500u);
   EXPECT_EQ(lanes_in_one.count(a, b), counted);
@@ -190,12 +190,12 @@ TEST(PairCounting, AgreesWherePatternsCeaseAndReturn) {
   expect_as_plain(a, b, {5000, 80, 100});
 }
 
-TEST(PairLanes, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
+TEST(InterleavedPairCounter, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
   const Times a = clock(1000, 100, 3000);
   const XcorrWindow window{200, 8, 0};
   Times counts(detail::BinLayout(window).bins());
-  detail::PairLanes<detail::SlotOfReach<std::uint64_t>, 7> lanes(
-      window, detail::SlotOfReach<std::uint64_t>(window, counts.size()), counts);
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 7> lanes(
+      window, detail::DelayBinning<std::uint64_t>(window, counts.size()), counts);
   const auto counted = static_cast<std::int64_t>(lanes.count(a, a));
   EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end in front of the last four
   Times expected(51);
@@ -206,10 +206,10 @@ TEST(PairLanes, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
   EXPECT_EQ(counts, expected);
 }
 
-TEST(PairLanes, LeavesAListThatIsTooShortAlone) {
+TEST(InterleavedPairCounter, LeavesAListThatIsTooShortAlone) {
   const XcorrWindow window{1000, 8, 0};
   Times counts(detail::BinLayout(window).bins());
-  detail::PairLanes lanes(window, detail::SlotOfReach<std::uint64_t>(window, counts.size()), counts);
+  detail::InterleavedPairCounter lanes(window, detail::DelayBinning<std::uint64_t>(window, counts.size()), counts);
   EXPECT_EQ(lanes.count(Times{}, Times{}), 0u);
   EXPECT_EQ(lanes.count(Times(5000, 2000), Times{3000, 4000, 5000}), 0u);
   EXPECT_EQ(lanes.count(Times(255, 2000), Times(100, 5000)), 0u);

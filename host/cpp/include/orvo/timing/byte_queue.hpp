@@ -8,7 +8,7 @@
 #include <span>
 #include <utility>
 
-namespace orvo::timing::detail {
+namespace orvo::timing {
 
 /// Bytes that come in at the back and are consumed at the front: a vector whose front is erased in O(1).
 ///
@@ -91,4 +91,4 @@ class ByteQueue {
   std::size_t end_ = 0;
 };
 
-}  // namespace orvo::timing::detail
+}  // namespace orvo::timing

@@ -1,4 +1,4 @@
-#include "orvo/timing/detail/slot_of_reach.hpp"
+#include "orvo/timing/detail/delay_binning.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,13 +11,13 @@ namespace {
 
 using orvo::timing::XcorrWindow;
 using orvo::timing::detail::BinLayout;
+using orvo::timing::detail::DelayBinning;
 using orvo::timing::detail::Int128;
-using orvo::timing::detail::SlotOfReach;
 using orvo::timing::detail::Uint128;
 
 /// Bin by division, halves away from zero, counted from 1.
-std::uint64_t slot_by_division(const XcorrWindow& window, std::uint64_t reach) {
-  const Int128 difference = Int128{reach} - window.range_ps;
+std::uint64_t slot_by_division(const XcorrWindow& window, std::uint64_t lag) {
+  const Int128 difference = Int128{lag} - window.range_ps;
   const Int128 half_bin = window.bin_ps / 2;
   const Int128 bin =
       difference < 0 ? -((half_bin - difference) / window.bin_ps) : (difference + half_bin) / window.bin_ps;
@@ -25,13 +25,12 @@ std::uint64_t slot_by_division(const XcorrWindow& window, std::uint64_t reach) {
 }
 
 template <class Product>
-void expect_divisions(const XcorrWindow& window, std::uint64_t reach, std::uint64_t reaches) {
-  const SlotOfReach<Product> slot_of(window, BinLayout(window).bins());
-  ASSERT_TRUE(slot_of.is_exact()) << window.range_ps << ' ' << window.bin_ps;
-  ASSERT_EQ(slot_of.widest(), 2 * static_cast<std::uint64_t>(window.range_ps));
-  for (const std::uint64_t end = reach + reaches; reach < end && reach <= slot_of.widest(); ++reach) {
-    ASSERT_EQ(slot_of(reach), slot_by_division(window, reach))
-        << window.range_ps << ' ' << window.bin_ps << ' ' << reach;
+void expect_divisions(const XcorrWindow& window, std::uint64_t lag, std::uint64_t lags) {
+  const DelayBinning<Product> binning(window, BinLayout(window).bins());
+  ASSERT_TRUE(binning.is_exact()) << window.range_ps << ' ' << window.bin_ps;
+  ASSERT_EQ(binning.max_lag(), 2 * static_cast<std::uint64_t>(window.range_ps));
+  for (const std::uint64_t end = lag + lags; lag < end && lag <= binning.max_lag(); ++lag) {
+    ASSERT_EQ(binning(lag), slot_by_division(window, lag)) << window.range_ps << ' ' << window.bin_ps << ' ' << lag;
   }
 }
 
@@ -78,13 +77,13 @@ TYPED_TEST(SlotOfReachWith, AgreesWithTheDivisionAtTheEdgesOfWideBins) {
   }
 }
 
-TEST(SlotOfReach, ProductsOf64BitsDoForAMillisecondOnly) {
-  EXPECT_TRUE(SlotOfReach<std::uint64_t>({1'000'000'000, 7, 0}, 285'714'287).is_exact());
-  EXPECT_FALSE(SlotOfReach<std::uint64_t>({2'200'000'000, 7, 0}, 628'571'429).is_exact());
-  EXPECT_TRUE(SlotOfReach<Uint128>({2'200'000'000, 7, 0}, 628'571'429).is_exact());
-  EXPECT_FALSE(SlotOfReach<Uint128>({INT64_MAX, INT64_MAX, 0}, 3).is_exact());
-  EXPECT_FALSE(SlotOfReach<std::uint64_t>({INT64_MAX, INT64_MAX, 0}, 3).is_exact());
-  EXPECT_FALSE(SlotOfReach<std::uint64_t>({1, INT64_MAX, 0}, 1).is_exact());
+TEST(DelayBinning, ProductsOf64BitsDoForAMillisecondOnly) {
+  EXPECT_TRUE(DelayBinning<std::uint64_t>({1'000'000'000, 7, 0}, 285'714'287).is_exact());
+  EXPECT_FALSE(DelayBinning<std::uint64_t>({2'200'000'000, 7, 0}, 628'571'429).is_exact());
+  EXPECT_TRUE(DelayBinning<Uint128>({2'200'000'000, 7, 0}, 628'571'429).is_exact());
+  EXPECT_FALSE(DelayBinning<Uint128>({INT64_MAX, INT64_MAX, 0}, 3).is_exact());
+  EXPECT_FALSE(DelayBinning<std::uint64_t>({INT64_MAX, INT64_MAX, 0}, 3).is_exact());
+  EXPECT_FALSE(DelayBinning<std::uint64_t>({1, INT64_MAX, 0}, 1).is_exact());
 }
 
 }  // namespace

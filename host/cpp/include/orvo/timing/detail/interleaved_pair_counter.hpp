@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "orvo/timing/detail/bin_layout.hpp"
-#include "orvo/timing/detail/slot_of_reach.hpp"
+#include "orvo/timing/detail/delay_binning.hpp"
 
 namespace orvo::timing::detail {
 
@@ -20,7 +20,7 @@ class SlotCounts {
   void count(std::uint64_t slot) { ++slots_[slot]; }
 
   /// Moves everything over to the bins.
-  void settle() {
+  void flush() {
     for (std::size_t bin = 0; bin < counts_.size(); ++bin) counts_[bin] += slots_[bin + 1];
     std::fill(slots_.begin(), slots_.end(), 0);
   }
@@ -44,26 +44,26 @@ class SlotCounts {
 ///
 /// After two rounds, what still pairs is dense, and a loop over its candidates is well predicted.
 ///
-/// After `kSettleAfter` pairs the counts move to the bins: with the pairs of one more A event they fit 32 bits.
-template <class Slot, std::uint32_t kSettleAfter = 2'000'000'000>
-class PairLanes {
+/// After `kFlushAfter` pairs the counts move to the bins: with the pairs of one more A event they fit 32 bits.
+template <class Binning, std::uint32_t kFlushAfter = 2'000'000'000>
+class InterleavedPairCounter {
  public:
-  PairLanes(const XcorrWindow& window, const Slot& slot_of, std::vector<std::int64_t>& counts)
-      : low_offset_ps_(window.offset_ps - window.range_ps), slot_of_(slot_of), counts_(counts) {}
+  InterleavedPairCounter(const XcorrWindow& window, const Binning& binning, std::vector<std::int64_t>& counts)
+      : low_offset_ps_(window.offset_ps - window.range_ps), binning_(binning), counts_(counts) {}
 
   /// The pairs of A events from the front on; returns how many events that were. Those are left whose windows reach
   /// the last few times of B, and those that do not fill a block. Window starts and times of B must be all negative
   /// or all not: they are compared as unsigned numbers.
   std::size_t count(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
-    static_assert(kSettleAfter <= kMostTimes);
+    static_assert(kFlushAfter <= kMostTimes);
     if (b_ps.size() < kAhead || b_ps.size() > kMostTimes) return 0;
-    const std::int64_t last_low_ps = b_ps[b_ps.size() - kAhead] - static_cast<std::int64_t>(slot_of_.widest());
+    const std::int64_t last_low_ps = b_ps[b_ps.size() - kAhead] - static_cast<std::int64_t>(binning_.max_lag());
     const auto in_reach = std::lower_bound(a_ps.begin(), a_ps.end(), last_low_ps - low_offset_ps_) - a_ps.begin();
     const std::size_t events = static_cast<std::size_t>(in_reach) / kSample * kSample;
     for (std::size_t done = 0; done < events; done += kStretch) {
       count_stretch(a_ps.subspan(done, std::min(kStretch, events - done)), b_ps);
     }
-    counts_.settle();
+    counts_.flush();
     return events;
   }
 
@@ -73,8 +73,8 @@ class PairLanes {
   static constexpr std::size_t kAhead = 4;   // times of B that are looked at together
   static constexpr std::size_t kSample = kLanes * kBlock;
   static constexpr std::size_t kStretch = 256 * kSample;
-  static constexpr std::size_t kMostSurprises = kSample / 4;  // where walking takes as long as the lanes
-  static constexpr std::ptrdiff_t kFewPairs = 8;              // with more, counting several together is faster
+  static constexpr std::size_t kMostMispredictions = kSample / 4;  // where walking takes as long as the lanes
+  static constexpr std::ptrdiff_t kFewPairs = 8;                   // with more, counting several together is faster
   static constexpr std::uint32_t kMostTimes = (std::uint32_t{1} << 31) - kBlock * kLanes;
 
   struct Lane {
@@ -91,11 +91,11 @@ class PairLanes {
     void add(const std::int64_t* b, std::int64_t low, std::uint64_t beyond) {
       candidate[size] = b;
       low_ps[size] = low;
-      size += reach(b, low) < beyond ? 1 : 0;
+      size += lag(b, low) < beyond ? 1 : 0;
     }
   };
 
-  static std::uint64_t reach(const std::int64_t* b, std::int64_t low_ps) {
+  static std::uint64_t lag(const std::int64_t* b, std::int64_t low_ps) {
     return static_cast<std::uint64_t>(*b - low_ps);
   }
 
@@ -130,41 +130,41 @@ class PairLanes {
 
   /// True when windows hold few times of B, and their ends mostly move on by as many as they did before.
   bool is_regular(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) const {
-    const std::int64_t high_offset_ps = low_offset_ps_ + static_cast<std::int64_t>(slot_of_.widest());
+    const std::int64_t high_offset_ps = low_offset_ps_ + static_cast<std::int64_t>(binning_.max_lag());
     const std::int64_t* b = window_start(a_ps.front(), b_ps);
     std::ptrdiff_t step = 0;
-    std::size_t surprises = 0;
+    std::size_t mispredictions = 0;
     for (const std::int64_t a : a_ps) {
       const std::int64_t* const before = b;
       while (*b <= a + high_offset_ps) ++b;
-      surprises += b - before != step ? 1 : 0;
+      mispredictions += b - before != step ? 1 : 0;
       step = b - before;
     }
-    return surprises <= kMostSurprises && b - window_start(a_ps.back(), b_ps) <= kFewPairs;
+    return mispredictions <= kMostMispredictions && b - window_start(a_ps.back(), b_ps) <= kFewPairs;
   }
 
   void walk(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
     // In registers: for all the compiler knows, a count may change the members.
-    const Slot slot_of = slot_of_;
+    const Binning binning = binning_;
     const std::int64_t low_offset_ps = low_offset_ps_;
-    std::uint64_t unsettled = unsettled_;
+    std::uint64_t unflushed = unflushed_;
     const std::int64_t* first = window_start(a_ps.front(), b_ps);
     for (const std::int64_t a : a_ps) {
       const std::int64_t low_ps = a + low_offset_ps;
       while (*first < low_ps) ++first;
       const std::int64_t* b = first;
-      for (; reach(b, low_ps) <= slot_of.widest(); ++b) counts_.count(slot_of(reach(b, low_ps)));
+      for (; lag(b, low_ps) <= binning.max_lag(); ++b) counts_.count(binning(lag(b, low_ps)));
       if (b == first) continue;
-      unsettled += static_cast<std::size_t>(b - first);
-      if (unsettled < kSettleAfter) continue;
-      counts_.settle();
-      unsettled = 0;
+      unflushed += static_cast<std::size_t>(b - first);
+      if (unflushed < kFlushAfter) continue;
+      counts_.flush();
+      unflushed = 0;
     }
-    unsettled_ = unsettled;
+    unflushed_ = unflushed;
   }
 
   void count_block(std::array<Lane, kLanes>& lanes) {
-    const std::uint64_t beyond = slot_of_.widest() + 1;
+    const std::uint64_t beyond = binning_.max_lag() + 1;
     Kept kept;
     for (std::size_t i = 0; i < kBlock; ++i) {
 #pragma GCC unroll 4  // kLanes: their places in A and B then stay in registers
@@ -185,37 +185,37 @@ class PairLanes {
     for (std::size_t i = 0; i < events; ++i) {
       const std::int64_t* const b = kept.candidate[i];
       const std::int64_t low_ps = kept.low_ps[i];
-      counts_.count(slot_of_(reach(b, low_ps)));
-      kept.add(b + 1, low_ps, slot_of_.widest() + 1);
+      counts_.count(binning_(lag(b, low_ps)));
+      kept.add(b + 1, low_ps, binning_.max_lag() + 1);
     }
     note_pairs(events);
   }
 
   void count_rest(const Kept& kept) {
-    const std::uint64_t widest = slot_of_.widest();
+    const std::uint64_t max_lag = binning_.max_lag();
     for (std::size_t i = 0; i < kept.size; ++i) {
       const std::int64_t* b = kept.candidate[i];
       const std::int64_t low_ps = kept.low_ps[i];
       // The last of a few pairs, so do those before it.
-      for (; reach(b + kAhead - 1, low_ps) <= widest; b += kAhead) {
-        for (std::size_t k = 0; k < kAhead; ++k) counts_.count(slot_of_(reach(b + k, low_ps)));
+      for (; lag(b + kAhead - 1, low_ps) <= max_lag; b += kAhead) {
+        for (std::size_t k = 0; k < kAhead; ++k) counts_.count(binning_(lag(b + k, low_ps)));
       }
-      for (; reach(b, low_ps) <= widest; ++b) counts_.count(slot_of_(reach(b, low_ps)));
+      for (; lag(b, low_ps) <= max_lag; ++b) counts_.count(binning_(lag(b, low_ps)));
       note_pairs(static_cast<std::size_t>(b - kept.candidate[i]));
     }
   }
 
   void note_pairs(std::size_t pairs) {
-    unsettled_ += pairs;
-    if (unsettled_ < kSettleAfter) return;
-    counts_.settle();
-    unsettled_ = 0;
+    unflushed_ += pairs;
+    if (unflushed_ < kFlushAfter) return;
+    counts_.flush();
+    unflushed_ = 0;
   }
 
   std::int64_t low_offset_ps_;
-  Slot slot_of_;
+  Binning binning_;
   SlotCounts counts_;
-  std::uint64_t unsettled_ = 0;
+  std::uint64_t unflushed_ = 0;
 };
 
 }  // namespace orvo::timing::detail

@@ -9,7 +9,9 @@
 
 #include "orvo/timing/detail/time_list.hpp"
 
-namespace orvo::timing::detail {
+namespace orvo::timing {
+
+namespace detail {
 
 /// Where ascending runs of times begin, and the end. Times that are late by a few places are moved to theirs; a step
 /// back farther than that begins a run. Empty when the times are in disorder: so many steps back, or runs so short,
@@ -52,14 +54,16 @@ inline void merge_runs(std::span<std::int64_t> times_ps, std::vector<std::size_t
   }
 }
 
+}  // namespace detail
+
 /// Sorts times in place. Recorded times are in order or nearly so; where a recording was broken off and taken up
 /// again, they start anew.
 inline void sort_times(std::span<std::int64_t> times_ps) {
-  std::vector<std::size_t> runs = ascending_runs(times_ps);
+  std::vector<std::size_t> runs = detail::ascending_runs(times_ps);
   if (runs.empty()) {
     std::sort(times_ps.begin(), times_ps.end());
   } else {
-    merge_runs(times_ps, std::move(runs));
+    detail::merge_runs(times_ps, std::move(runs));
   }
 }
 
@@ -79,8 +83,8 @@ class SortedTimes {
   operator std::span<const std::int64_t>() const { return view_; }
 
  private:
-  TimeList copy_;
+  detail::TimeList copy_;
   std::span<const std::int64_t> view_;
 };
 
-}  // namespace orvo::timing::detail
+}  // namespace orvo::timing
