@@ -17,9 +17,11 @@ configure_file(cmake/orvo_timing.pc.in orvo_timing.pc @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/orvo_timing.pc" DESTINATION "${CMAKE_INSTALL_DATADIR}/pkgconfig")
 
 if(ORVO_BUILD_TOOLS)
-  install(TARGETS vq_verify_stream_file_xcorr vq_simulate_stream_file)
-  install(FILES docs/man/vq_verify_stream_file_xcorr.1 docs/man/vq_simulate_stream_file.1
-    DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  get_property(orvo_programs GLOBAL PROPERTY orvo_programs)
+  foreach(program IN LISTS orvo_programs)
+    install(TARGETS ${program})
+    install(FILES docs/man/${program}.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  endforeach()
 endif()
 
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")

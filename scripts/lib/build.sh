@@ -8,6 +8,38 @@ need_build_tools() {
   need_command ninja-build "Ninja" ninja ninja-build samu
 }
 
+need_gcc() { need_command g++ "g++, 12 or newer" g++; }
+need_clang() { need_command clang "clang++, 14 or newer" clang++; }
+need_any_compiler() {
+  need_command g++ "a C++20 compiler: g++ 12 or newer, or clang++ 14 or newer" "${CXX:-c++}" c++ g++ clang++
+}
+
+# What the programs need: one line each.
+need_for_programs() {
+  need_header libcli11-dev "CLI11" CLI/CLI.hpp
+}
+
+# What the tests need: one line each.
+need_for_tests() {
+  need_header libgtest-dev "GoogleTest" gtest/gtest.h
+  need_header libgmock-dev "GoogleMock" gmock/gmock.h
+}
+
+# What a preset of CMakePresets.json needs to be built; fails if there is none of that name.
+need_for_preset() {
+  case $1 in
+    release) need_any_compiler ;;
+    dev | sanitize) need_gcc && need_for_programs && need_for_tests ;;
+    dev-clang) need_clang && need_for_programs && need_for_tests ;;
+    sanitize-clang) need_clang && need_clang_runtime && need_for_programs && need_for_tests ;;
+    tidy) need_clang && need_for_programs && need_command clang-tidy "clang-tidy" clang-tidy ;;
+    fuzz | fuzz-fast) need_command clang "clang++, 14 or newer, with libFuzzer" clang++ && need_clang_runtime ;;
+    bench) need_any_compiler && need_header libbenchmark-dev "Google Benchmark" benchmark/benchmark.h ;;
+    *) return 1 ;;
+  esac
+  need_build_tools
+}
+
 # The tree is configured for the checkout where it stands, and by the presets of today: not so after the
 # checkout was moved or copied with its build trees, or after an edit of the presets.
 is_configured() {
@@ -16,6 +48,8 @@ is_configured() {
   IFS= read -r configured_for <"$tree/configured_for" || return 1
   [[ $configured_for == "$root" && ! $root/CMakePresets.json -nt $tree/configured_for ]]
 }
+
+forget_configuration() { rm -f -- "$root/build/$1/configured_for"; }
 
 configure() {
   if is_configured "$1"; then return; fi

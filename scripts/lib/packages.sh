@@ -1,10 +1,18 @@
 # shellcheck shell=bash
 # What a script needs on the machine: look for it, install it where that is allowed, name it where it is not.
-# Sourced, by a script that has set script_name.
-: "${script_name:?}"
+# Sourced, by a script that has set script_name, and script, its absolute path.
+: "${script_name:?}" "${script:?}"
 
 missing_packages=()  # Debian's names
 missing_tools=()     # what a person looks for on another system
+
+# The comment at the head of the script.
+usage() {
+  local line
+  while IFS= read -r line && [[ $line == "#"* ]]; do
+    if [[ $line != "#!"* ]]; then printf '%s\n' "${line:2}"; fi
+  done <"$script"
+}
 
 say() { printf '%s: %s\n' "$script_name" "$*" >&2; }
 

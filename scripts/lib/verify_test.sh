@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# scripts/verify from outside, in a copy of the checkout whose path has spaces. Needs what the build needs.
+# scripts/verify and scripts/build from outside, in a copy of the checkout whose path has spaces. Needs what they need.
 set -euo pipefail
 
 script=$(realpath -- "${BASH_SOURCE[0]}")
@@ -61,12 +61,25 @@ check "moved with its build tree: status" 0 "$status"
 plot=${out#*latest_plot=}
 check "moved with its build tree: reports go with it" "$moved/logs" "${plot%%/verification/*}"
 
+# As on a machine that had no CLI11 when the tree was configured.
+run cmake --preset release -S "$copy" -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON
+check "configured without CLI11: names the package" yes "$([[ $out == *"(missing: libcli11-dev)"* ]] && echo yes)"
+run "$copy/scripts/build"
+check "scripts/build: status" 0 "$status"
+programs=$(cd -- "$copy/host/cpp/tools" && printf '%s\n' *.cpp)
+check "scripts/build: builds all programs" "$programs" "$(cd -- "$copy/build/release/bin" && printf '%s.cpp\n' *)"
+run "$copy/scripts/build" nothing
+check "scripts/build: no such preset" "64 scripts/build: no preset is called 'nothing'; CMakePresets.json lists them" \
+  "$status $err"
+
 main=$copy/host/cpp/tools/vq_verify_stream_file_xcorr.cpp
 printf 'int main( {\n' >>"$main"
 verify --help
 check "a source that does not compile: status" 70 "$status"
 check "a source that does not compile: standard output" "" "$out"
 check "a source that does not compile: the compiler's message" yes "$([[ $err == *error:* ]] && echo yes)"
+run "$copy/scripts/build"
+check "scripts/build, a source that does not compile: status" 70 "$status"
 
 # A machine with bash and coreutils alone.
 mkdir -- "$work/bin"
