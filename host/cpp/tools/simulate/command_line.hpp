@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "common/usage_error.hpp"
 #include "simulate/options.hpp"
 #include "simulate/settings.hpp"
-#include "simulate/usage_error.hpp"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/usage_error.hpp"
 #include "orvo/timing/time_tag.hpp"
-#include "simulate/usage_error.hpp"
 
 namespace {
 

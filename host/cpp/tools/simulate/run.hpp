@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "common/console.hpp"
+#include "common/exit_status.hpp"
+#include "common/progress.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "simulate/capture_file.hpp"
@@ -15,24 +18,12 @@
 #include "simulate/ground_truth.hpp"
 #include "simulate/help_text.hpp"
 #include "simulate/packed_encoder.hpp"
-#include "simulate/progress.hpp"
 #include "simulate/raw64_encoder.hpp"
 #include "simulate/settings_rules.hpp"
 #include "simulate/simulation.hpp"
 #include "simulate/start_check.hpp"
 
 namespace {
-
-constexpr int kExitDone = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitBadOptions = 64;
-
-/// Where a run tells what it does.
-struct Console {
-  std::ostream& out;
-  std::ostream& err;
-  bool err_is_terminal = false;
-};
 
 /// The header of a simulated capture: nothing in it changes from run to run.
 inline orvo::timing::StreamFileHeader header_for(const Settings& settings) {
@@ -62,7 +53,7 @@ void write_capture(const Settings& settings, Grid grid, Encoder encoder, Console
   Simulation<Grid, Encoder> simulation(settings, grid, encoder);
   StartCheck start(header);
   Damage damage(settings);
-  Progress progress(console.err, console.err_is_terminal);
+  Progress progress(console.err, console.err_is_terminal, "simulating");
   damage.begin(write);
   for (std::span<std::uint8_t> payload = simulation.next(); !payload.empty(); payload = simulation.next()) {
     start.add(payload, simulation.first_decoded());
@@ -104,7 +95,7 @@ inline int run(const std::vector<std::string>& arguments, Console console) {
     return kExitDone;
   } catch (const UsageError& error) {
     console.err << error.what() << '\n';
-    return kExitBadOptions;
+    return kExitUsage;
   } catch (const std::exception& error) {
     console.err << error.what() << '\n';
     return kExitFailed;

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "common/usage_error.hpp"
 #include "simulate/options.hpp"
 #include "simulate/settings.hpp"
-#include "simulate/usage_error.hpp"
 
 namespace {
 

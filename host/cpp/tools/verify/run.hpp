@@ -6,7 +6,7 @@
 #include <ostream>
 #include <utility>
 
-#include "orvo/timing/error.hpp"
+#include "common/exit_status.hpp"
 #include "orvo/timing/stream_file_reader.hpp"
 #include "verify/command_line.hpp"
 #include "verify/config.hpp"
@@ -19,10 +19,6 @@
 #include "verify/tag_collection.hpp"
 
 namespace {
-
-constexpr int kExitDone = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitBadSettings = 64;
 
 /// The capture to verify: the configured one, the newest, or a synthetic one made for the purpose.
 inline std::filesystem::path choose_input(const Config& config, std::ostream& out) {
@@ -47,7 +43,7 @@ inline int verify(int argc, char** argv, std::ostream& out, std::ostream& err) {
 
   // Deliberate: the input is chosen, and perhaps made, before the settings are judged.
   const std::filesystem::path input = choose_input(config, out);
-  if (!validate(config, err)) return kExitBadSettings;
+  if (!validate(config, err)) return kExitUsage;
 
   const std::filesystem::path output_prefix =
       config.output_prefix ? *config.output_prefix : default_output_prefix(input, config.channel_a, config.channel_b);
@@ -68,12 +64,10 @@ inline int verify(int argc, char** argv, std::ostream& out, std::ostream& err) {
 inline int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
   try {
     return verify(argc, argv, out, err);
-  } catch (const orvo::timing::Error& error) {
-    err << error.what() << '\n';
   } catch (const std::exception& error) {
     err << error.what() << '\n';
+    return kExitFailed;
   }
-  return kExitFailed;
 }
 
 }  // namespace
