@@ -11,9 +11,12 @@
 #include <orvo/timing/timing.hpp>
 #include <vector>
 
-/// Appends a raw64 word of the tag format "ps": the channel in bits 62 and 61, the time below, first byte highest.
+/// Appends a raw64 word of the tag format "ps": the channel in bits 62 and 61, the device time below, first byte
+/// highest. The device's clock wraps every 14.3 s; readers undo that, as long as no channel is quiet for half of it.
 static void append_tag(std::vector<std::uint8_t>& payload, const orvo::timing::TimeTag& tag) {
-  const std::uint64_t word = std::uint64_t{tag.channel} << 61 | static_cast<std::uint64_t>(tag.time_ps);
+  constexpr std::uint64_t kDevicePeriodPs = 14'315'125'997'568;
+  const std::uint64_t word =
+      std::uint64_t{tag.channel} << 61 | static_cast<std::uint64_t>(tag.time_ps) % kDevicePeriodPs;
   for (int shift = 56; shift >= 0; shift -= 8) payload.push_back(static_cast<std::uint8_t>(word >> shift));
 }
 
@@ -44,6 +47,7 @@ int main(int argc, char** argv) try {
   orvo::timing::StreamFileWriter writer;
   writer.open(argv[1], header);
   writer.write(payload.data(), payload.size());
+  writer.close();
   std::cout << payload.size() / 8 << " tags in " << writer.payload_bytes() << " bytes of payload\n";
 } catch (const std::exception& error) {
   std::cerr << error.what() << '\n';

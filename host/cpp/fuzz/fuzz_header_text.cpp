@@ -8,7 +8,7 @@
 
 #include "fuzz/support/require.hpp"
 #include "model/header_model.hpp"
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "support/strict_json.hpp"
 
 namespace {
@@ -82,11 +82,11 @@ void check_json_of(const StreamFileHeader& header, const std::string& json) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  StreamFileHeader header = orvo::timing::detail::stream_header_from_json(text);
+  StreamFileHeader header = orvo::timing::stream_header_from_json(text);
   require(model::describe(as_model(header)) == model::describe(model::read_header(text)), "both readers agree");
 
-  const std::string json = orvo::timing::detail::stream_header_to_json(header);
-  StreamFileHeader again = orvo::timing::detail::stream_header_from_json(json);
+  const std::string json = orvo::timing::stream_header_to_json(header);
+  StreamFileHeader again = orvo::timing::stream_header_from_json(json);
   if (header.created_utc.empty()) {
     const auto leaves = StrictJson::parse(json);
     require(leaves && is_utc_time(leaves->at("created_utc").text), "an empty creation time is filled in");
@@ -104,6 +104,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   require(again == header, "a written header reads back");
-  require(orvo::timing::detail::stream_header_to_json(again) == json, "writing it again changes nothing");
+  require(orvo::timing::stream_header_to_json(again) == json, "writing it again changes nothing");
   return 0;
 }

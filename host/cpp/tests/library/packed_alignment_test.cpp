@@ -55,6 +55,11 @@ TEST(PackedAlignment, IsNotFoundInNoBytesOrRecordsOfNoWidth) {
   EXPECT_EQ(decoder.probe_packed_alignment(-1, 2), kNotFound);
   EXPECT_EQ(decoder.probe_packed_alignment(-8, -5), kNotFound);
   EXPECT_EQ(decoder.probe_packed_alignment(5, 0), kNotFound);
+  for (const std::int32_t bits : {32, 61, 62, 255, 0x7FFF'FFFF}) {  // no record has so many
+    EXPECT_EQ(decoder.probe_packed_alignment(bits, 8), kNotFound) << bits;
+    EXPECT_EQ(decoder.probe_packed_alignment(bits, 0x7FFF'FFFF), kNotFound) << bits;
+  }
+  EXPECT_EQ(decoder.probe_packed_alignment(5, 0x7FFF'FFFF), at(0, 0));  // the width follows from the payload bits
   EXPECT_EQ(decoder.probe_packed_alignment(5, 8), at(0, 0));
 }
 

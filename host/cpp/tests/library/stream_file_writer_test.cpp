@@ -20,6 +20,7 @@ using orvo::timing::StreamMode;
 
 constexpr const char* kNotOpen = "StreamFileWriter: not open (code -6)";
 constexpr const char* kNullData = "StreamFileWriter: null data (code -1)";
+constexpr const char* kCloseFailed = "StreamFileWriter: close failed (code -2)";
 constexpr const char* kWriteFailed = "StreamFileWriter: payload write failed (code -2)";
 
 StreamFileHeader dated_header() {
@@ -184,6 +185,34 @@ TEST_F(StreamFileWriterTest, AFailedSecondOpenStillCompletesTheFirstFile) {
   EXPECT_NE(failure_of([&] { writer.open((directory_ / "missing/a").string(), {}); }), "nothing thrown");
   EXPECT_EQ(read_file(path_).substr(379), "first");
   EXPECT_EQ(failure_of([&] { writer.write("a", 1); }), kNotOpen);
+}
+
+TEST_F(StreamFileWriterTest, CloseCompletesTheFileOnce) {
+  StreamFileWriter writer;
+  EXPECT_EQ(failure_of([&] { writer.close(); }), "nothing thrown");  // nothing is open
+  writer.open(path_, dated_header());
+  writer.write("first", 5);
+  writer.close();
+  EXPECT_EQ(read_file(path_).substr(379), "first");
+  EXPECT_EQ(writer.payload_bytes(), 5u);
+  EXPECT_EQ(failure_of([&] { writer.close(); }), "nothing thrown");
+  writer.open(path_, dated_header());
+  writer.close();
+  EXPECT_EQ(std::filesystem::file_size(path_), 379u);
+}
+
+// /dev/full takes every byte into its buffer's care and refuses it when that is written out.
+TEST_F(StreamFileWriterTest, CloseTellsThatTheDiskIsFullAndTheDestructorDoesNot) {
+  StreamFileWriter writer;
+  writer.open("/dev/full", dated_header());
+  const std::string payload(800'000, 'x');
+  EXPECT_EQ(failure_of([&] { writer.write(payload.data(), payload.size()); }), "nothing thrown");
+  EXPECT_EQ(failure_of([&] { writer.close(); }), kCloseFailed);
+  EXPECT_EQ(failure_of([&] { writer.close(); }), "nothing thrown");
+  EXPECT_EQ(failure_of([&] { writer.write("a", 1); }), kNotOpen);
+  StreamFileWriter silent;
+  silent.open("/dev/full", dated_header());
+  silent.write("a", 1);
 }
 
 TEST_F(StreamFileWriterTest, ReopeningTheSamePathStartsItAnew) {

@@ -4,16 +4,16 @@
 #include <string>
 #include <string_view>
 
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 
 namespace {
 
+using orvo::timing::stream_header_from_json;
+using orvo::timing::stream_header_to_json;
 using orvo::timing::StreamFileHeader;
 using orvo::timing::StreamFormat;
 using orvo::timing::StreamMode;
 using orvo::timing::StreamTransport;
-using orvo::timing::detail::stream_header_from_json;
-using orvo::timing::detail::stream_header_to_json;
 
 StreamFileHeader dated_header() {
   StreamFileHeader header;

@@ -1,4 +1,4 @@
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,12 +11,12 @@
 
 namespace {
 
+using orvo::timing::stream_header_from_json;
+using orvo::timing::stream_header_to_json;
 using orvo::timing::StreamFileHeader;
 using orvo::timing::StreamFormat;
 using orvo::timing::StreamMode;
 using orvo::timing::StreamTransport;
-using orvo::timing::detail::stream_header_from_json;
-using orvo::timing::detail::stream_header_to_json;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;

@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
+#include "orvo/timing/channel_times.hpp"
+#include "orvo/timing/offset_estimate.hpp"
+#include "orvo/timing/sorted_times.hpp"
 #include "support/failure.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -143,6 +147,45 @@ TEST(XcorrCounting, ListsMayBeUnsortedAndAreNotModified) {
   EXPECT_EQ(a, (Times{900, -300, 0, 900, 5}));
   EXPECT_EQ(b, (Times{3, 905, -300, 891}));
 }
+
+// Channel 0 at 100, 300, 200 ps (the last one late) and channel 1 each time 10 ps later.
+orvo::timing::ChannelTimes times_with_a_late_tag() {
+  orvo::timing::ChannelTimes times;
+  times.begin_chunk(6);
+  for (const std::int64_t time_ps : {100, 300, 200}) {
+    times.add(0, time_ps);
+    times.add(1, time_ps + 10);
+  }
+  times.end_chunk();
+  return times;
+}
+
+TEST(XcorrCounting, TakesListsOfAnyOrderFromSpansArraysAndChannelTimes) {
+  const orvo::timing::ChannelTimes times = times_with_a_late_tag();
+  const auto three_pairs_at_10_ps = bins_are(ElementsAre(-10, 0, 10), ElementsAre(0, 0, 3));
+  EXPECT_THAT(xcorr_histogram(times[0], times[1], 15, 10, 0), three_pairs_at_10_ps);
+  const std::array<std::int64_t, 3> a = {100, 300, 200};
+  EXPECT_THAT(xcorr_histogram(a, Times{310, 210, 110}, 15, 10, 0), three_pairs_at_10_ps);
+  EXPECT_EQ(orvo::timing::estimate_offset_ps(times[0], times[1]), 10);
+}
+
+TEST(XcorrCounting, SortTimesBringsAListWhereTheSortedFormsWantIt) {
+  orvo::timing::ChannelTimes times = times_with_a_late_tag();
+  orvo::timing::sort_times(times[0]);
+  orvo::timing::sort_times(times[1]);
+  EXPECT_THAT(orvo::timing::xcorr_histogram_sorted(times[0], times[1], {15, 10, 0}),
+              bins_are(ElementsAre(-10, 0, 10), ElementsAre(0, 0, 3)));
+}
+
+#ifndef NDEBUG
+TEST(XcorrCountingDeathTest, DebugBuildsRefuseDisorderInTheSortedForms) {
+  const Times disorder = {2, 1};
+  const Times order = {1, 2};
+  EXPECT_DEATH(orvo::timing::xcorr_histogram_sorted(disorder, order, {15, 10, 0}), "is_sorted");
+  EXPECT_DEATH(orvo::timing::xcorr_histogram_sorted(order, disorder, {15, 10, 0}), "is_sorted");
+  EXPECT_DEATH(orvo::timing::estimate_offset_sorted_ps(order, disorder), "is_sorted");
+}
+#endif
 
 TEST(XcorrCounting, AnEmptyListLeavesAllCountsZero) {
   EXPECT_EQ(xcorr_histogram({}, {1, 2}, 5000, 8, 0).counts, Times(1251, 0));

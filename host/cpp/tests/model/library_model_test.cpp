@@ -47,7 +47,7 @@ TEST(LibraryAgainstModel, ReadsHeaders) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Random random(seed);
     const std::string text = random_header(random);
-    ASSERT_EQ(describe(timing::detail::stream_header_from_json(text)), model::describe(read_header(text))) << text;
+    ASSERT_EQ(describe(timing::stream_header_from_json(text)), model::describe(read_header(text))) << text;
     for (const char* key : {"mode", "quantum_ps", "application", "", "packed_delta_config", "\"", "mode\":\"x"}) {
       ASSERT_EQ(timing::detail::json_find_string(text, key), find_string(text, key)) << key << " in " << text;
       ASSERT_EQ(timing::detail::json_find_uint(text, key), find_number(text, key)) << key << " in " << text;

@@ -6,3 +6,6 @@ expect_correlation("${EXAMPLES}/correlate")
 run("${EXAMPLES}/channel_rates" pulses.tagcap)
 expect("channel_rates"
   "ch0: 2500 tags, 250000 per second\nch1: 10000 tags, 1000000 per second\nch2: 0 tags\nch3: 0 tags\n" "${output}")
+
+run("${EXAMPLES}/decode_live" INPUT_FILE "${WORK}/pulses.tagcap")
+expect("decode_live" "ch0: 2500 tags\nch1: 10000 tags\nch2: 0 tags\nch3: 0 tags\n" "${output}")

@@ -71,16 +71,7 @@ inline void expect_same(const Tags& actual, const Tags& expected) {
 
 /// One chunk, as one read of a file brings it, in the encoding the decoder's header names.
 inline Tags feed(timing::StreamDecoder& decoder, const Bytes& chunk) {
-  decoder.pending_bytes.append(chunk.data(), chunk.size());
-  switch (decoder.header.stream_format) {
-    case timing::StreamFormat::raw64:
-      return decoder.feed_raw64();
-    case timing::StreamFormat::delta32:
-      return decoder.feed_delta32();
-    case timing::StreamFormat::packed_delta:
-      return decoder.feed_packed_delta();
-  }
-  return {};
+  return decoder.feed(chunk);
 }
 
 /// All of `payload` in chunks of `chunk_bytes`, the last one shorter.

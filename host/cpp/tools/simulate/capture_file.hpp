@@ -40,9 +40,13 @@ class CaptureFile {
   void complete(std::uint64_t cut_tail_bytes) {
     const std::uint64_t bytes = writer_->file_bytes();
     const std::uint64_t cut_bytes = std::min(cut_tail_bytes, writer_->payload_bytes());
-    writer_.reset();  // which does not tell whether the last bytes found room
+    try {
+      writer_->close();
+    } catch (const orvo::timing::Error&) {
+      file_.fail_to_write();
+    }
+    writer_.reset();
     std::error_code error;
-    if (std::filesystem::file_size(file_.partial_path(), error) != bytes || error) file_.fail_to_write();
     if (cut_bytes != 0) std::filesystem::resize_file(file_.partial_path(), bytes - cut_bytes, error);
     if (error) file_.fail_to_write();
     file_.complete();

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "simulate/damage.hpp"
 #include "simulate/expectation.hpp"

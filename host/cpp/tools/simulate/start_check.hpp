@@ -30,7 +30,7 @@ class StartCheck {
   void finish(const orvo::timing::TimeTag& first) {
     if (done_) return;
     done_ = true;
-    const std::vector<orvo::timing::TimeTag> tags = decoded();
+    const std::vector<orvo::timing::TimeTag> tags = decoder_.feed({});
     if (!tags.empty() && tags.front() == first) return;
     throw orvo::timing::Error(
         "decoders would not align this capture's first records: it takes at least two active "
@@ -41,18 +41,6 @@ class StartCheck {
 
  private:
   static constexpr std::size_t kReadBytes = std::size_t{1} << 20;
-
-  std::vector<orvo::timing::TimeTag> decoded() {
-    switch (decoder_.header.stream_format) {
-      case orvo::timing::StreamFormat::raw64:
-        return decoder_.feed_raw64();
-      case orvo::timing::StreamFormat::delta32:
-        return decoder_.feed_delta32();
-      case orvo::timing::StreamFormat::packed_delta:
-        return decoder_.feed_packed_delta();
-    }
-    return {};
-  }
 
   orvo::timing::StreamDecoder decoder_;
   bool done_ = false;

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "verify/config.hpp"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <system_error>
 
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "verify/directories.hpp"
 #include "verify/file_time.hpp"
 

@@ -5,7 +5,7 @@
 #include <iomanip>
 
 #include "orvo/timing/detail/json_text.hpp"
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "verify/run_result.hpp"
 #include "verify/text_file.hpp"
 
@@ -21,9 +21,9 @@ inline void write_json(const std::filesystem::path& path, const RunResult& run) 
   // clang-format off: one source line for each line of the file.
   out << "{\n"
       << R"(  "source_file":")" << detail::json_escape(run.source.native()) << "\",\n"
-      << R"(  "stream_format":")" << detail::to_text(run.header.stream_format) << "\",\n"
-      << R"(  "mode":")" << detail::to_text(run.header.mode) << "\",\n"
-      << R"(  "transport":")" << detail::to_text(run.header.stream_transport) << "\",\n"
+      << R"(  "stream_format":")" << to_text(run.header.stream_format) << "\",\n"
+      << R"(  "mode":")" << to_text(run.header.mode) << "\",\n"
+      << R"(  "transport":")" << to_text(run.header.stream_transport) << "\",\n"
       << R"(  "packed_delta_bits":)" << unsigned{run.header.delta_bits} << ",\n"
       << R"(  "packed_delta_quantum_ps":)" << run.header.quantum_ps << ",\n"
       << R"(  "decoded_tags":)" << run.decoded_tags << ",\n"

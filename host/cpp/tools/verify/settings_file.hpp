@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "orvo/timing/detail/stream_header_json.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "verify/config.hpp"
 #include "verify/directories.hpp"
 

@@ -5,6 +5,7 @@
 #include <span>
 
 #include "orvo/timing/detail/time_list.hpp"
+#include "orvo/timing/tag_sink.hpp"
 #include "orvo/timing/time_tag.hpp"
 
 namespace orvo::timing {
@@ -24,19 +25,22 @@ class ChannelTimes {
     return sum;
   }
 
-  // What a sink does, see tag_sink.hpp.
+  // What a `TagSink` does. `begin_chunk` throws std::bad_alloc; tags of channels that do not exist are left out.
   void begin_chunk(std::size_t most_tags) {
     for (std::size_t c = 0; c < kChannels; ++c) end_[c] = lists_[c].prepare(most_tags);
   }
-  void add(unsigned channel, std::int64_t time_ps) { *end_[channel]++ = time_ps; }
+  void add(unsigned channel, std::int64_t time_ps) {
+    if (channel < kChannels) *end_[channel]++ = time_ps;
+  }
   void end_chunk() {
     for (std::size_t c = 0; c < kChannels; ++c) lists_[c].commit(end_[c]);
   }
-  void discard_chunk() {}  // never announced, never there
+  void discard_chunk() {}  // times count only once `end_chunk` has committed them
 
  private:
   std::array<detail::TimeList, kChannels> lists_;
   std::array<std::int64_t*, kChannels> end_{};  // where the running chunk's next time goes
 };
+static_assert(TagSink<ChannelTimes>);
 
 }  // namespace orvo::timing

@@ -1,5 +1,6 @@
 #pragma once
 #include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -56,8 +57,12 @@ inline void merge_runs(std::span<std::int64_t> times_ps, std::vector<std::size_t
 
 }  // namespace detail
 
-/// Sorts times in place. Recorded times are in order or nearly so; where a recording was broken off and taken up
-/// again, they start anew.
+/// Lists of times as they are passed around: a span, or whatever one can be made of.
+template <class Times>
+concept ContiguousTimes = std::convertible_to<const Times&, std::span<const std::int64_t>>;
+
+/// Sorts times in place: what the functions for sorted lists ask for. Fast where times are in order or nearly so, as
+/// recorded ones are, or start anew where a recording was taken up again; never slower than std::sort by much.
 inline void sort_times(std::span<std::int64_t> times_ps) {
   std::vector<std::size_t> runs = detail::ascending_runs(times_ps);
   if (runs.empty()) {

@@ -1,6 +1,7 @@
 #pragma once
 // The complete decoder: its state and the three encodings.
-#include <utility>
+#include <cstdint>
+#include <span>
 #include <vector>
 
 #include "orvo/timing/detail/delta32.hpp"
@@ -14,8 +15,8 @@ namespace orvo::timing {
 namespace detail {
 
 /// Decodes what was appended to the pending bytes, in the encoding that the header names; an unknown one yields
-/// nothing.
-template <class Sink>
+/// nothing, and its bytes stay pending.
+template <TagSink Sink>
 void decode_pending(StreamDecoder& decoder, Sink& sink) {
   switch (decoder.header.stream_format) {
     case StreamFormat::raw64:
@@ -28,6 +29,19 @@ void decode_pending(StreamDecoder& decoder, Sink& sink) {
 }
 
 }  // namespace detail
+
+template <TagSink Sink>
+void StreamDecoder::feed(std::span<const std::uint8_t> bytes, Sink& sink) {
+  pending_bytes.append(bytes.data(), bytes.size());
+  detail::decode_pending(*this, sink);
+}
+
+inline std::vector<TimeTag> StreamDecoder::feed(std::span<const std::uint8_t> bytes) {
+  std::vector<TimeTag> tags;
+  TagList list(tags);
+  feed(bytes, list);
+  return tags;
+}
 
 inline std::vector<TimeTag> StreamDecoder::feed_raw64() {
   std::vector<TimeTag> tags;

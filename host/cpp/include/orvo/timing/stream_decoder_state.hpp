@@ -3,10 +3,12 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "orvo/timing/byte_queue.hpp"
 #include "orvo/timing/stream_file_header.hpp"
+#include "orvo/timing/tag_sink.hpp"
 #include "orvo/timing/time_tag.hpp"
 
 namespace orvo::timing {
@@ -20,25 +22,33 @@ struct PackedAlignment {
   friend bool operator==(const PackedAlignment&, const PackedAlignment&) = default;
 };
 
-/// All state of decoding one payload, in whichever encoding its header names. Bytes are appended to `pending_bytes`,
-/// one read at a time, and each read is followed by one call of the encoding's feed function, which consumes what it
-/// can and returns the tags in stream order. Feed functions never throw on bad data: they skip, resynchronise or
-/// drop.
+/// Decodes one payload, piece by piece as it is read or received, in whichever encoding its header names, and holds
+/// all state of doing so. Never throws on bad data: it skips, resynchronises or drops. Where a piece ends matters to
+/// the encodings that search for their framing (delta32, packed_delta): to get a file's tags, feed it as it is read.
 struct StreamDecoder {
   /// `delta_bits` and `quantum_ps` of 0 become 16 and 8.
   explicit StreamDecoder(const StreamFileHeader& capture_header);
 
+  /// Decodes the next bytes of the payload, as many as came: the tags in stream order. What is left of a record that
+  /// is not complete, and what searching may still need, stays pending for the next call.
+  std::vector<TimeTag> feed(std::span<const std::uint8_t> bytes);
+  /// The same into a sink. What the sink throws passes through.
+  template <TagSink Sink>
+  void feed(std::span<const std::uint8_t> bytes, Sink& sink);
+
+  // One encoding, whatever the header says: decodes what was appended to `pending_bytes` since the last call.
   std::vector<TimeTag> feed_raw64();
   std::vector<TimeTag> feed_delta32();
   std::vector<TimeTag> feed_packed_delta();
 
   /// Moves `pending_bytes` and `bit_offset` on by `records` packed records of `header.delta_bits` + 3 bits.
   void consume_packed_records(std::uint64_t records);
-  /// Forgets the packed alignment and with it every time: a channel yields tags again only behind a new sync
+  /// Forgets the packed alignment and with it every time: a channel yields tags again only after a new sync
   /// sequence.
   void drop_packed_lock();
   /// Searches the start of `pending_bytes` for the bit where records of `width` = `delta_bits` + 3 bits decode as a
-  /// plausible stream. Changes nothing but the count of debug lines.
+  /// plausible stream. Finds nothing where there are no such records: `delta_bits` outside 1 to 31, a width below 1,
+  /// no bytes. Changes nothing but the count of debug lines.
   PackedAlignment probe_packed_alignment(std::int32_t delta_bits, std::int32_t width);
 
   StreamFileHeader header;

@@ -2,6 +2,8 @@
 #include <cstdint>
 #include <string>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing {
 
 /// Encoding of a capture's payload.

@@ -14,7 +14,7 @@ namespace orvo::timing {
 
 /// First bytes of every capture written today.
 inline constexpr std::string_view kStreamFileMagic = "TAGCAP1\n";
-/// First bytes of captures written by earlier firmware tools; the layout behind them is the same.
+/// First bytes of captures written by earlier firmware tools; the layout after them is the same.
 inline constexpr std::string_view kEarlierStreamFileMagic = "VQSTRM1\n";
 
 inline constexpr std::size_t kStreamFileMagicBytes = kStreamFileMagic.size();

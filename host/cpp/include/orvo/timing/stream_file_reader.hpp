@@ -7,11 +7,12 @@
 #include <vector>
 
 #include "orvo/timing/detail/byte_order.hpp"
-#include "orvo/timing/detail/stream_header_json.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/stream_file_layout.hpp"
+#include "orvo/timing/stream_header_json.hpp"
+#include "orvo/timing/tag_sink.hpp"
 #include "orvo/timing/time_tag.hpp"
 
 namespace orvo::timing {
@@ -35,9 +36,9 @@ class StreamFileReader {
   /// Throws `Error` when no file is open or it cannot be read.
   std::vector<TimeTag> decode_next_tags(std::uint64_t max_tags, std::uint64_t max_bytes);
 
-  /// Decodes one read of at most `max_bytes` into `sink` (see tag_sink.hpp), which may yield no tag. Returns
+  /// Decodes one read of at most `max_bytes` into `sink`, which may yield no tag. Returns
   /// false when the payload is exhausted. Not to be mixed with `decode_next_tags` on one file. Throws as that does.
-  template <class Sink>
+  template <TagSink Sink>
   bool decode_next_chunk(std::uint64_t max_bytes, Sink& sink);
 
  private:
@@ -88,7 +89,7 @@ inline void StreamFileReader::open(const std::string& path) {
   const std::uint32_t length = detail::load_le32(reinterpret_cast<const std::uint8_t*>(length_bytes));
   if (!read_header_text(length)) throw Error("StreamFileReader: truncated JSON header", kFileFailure);
 
-  header_ = detail::stream_header_from_json(header_json_);
+  header_ = stream_header_from_json(header_json_);
   payload_offset_ = kStreamFilePrefixBytes + length;
   decoder_.reset();
   pending_tags_.clear();
@@ -112,7 +113,7 @@ inline bool StreamFileReader::read_payload(std::uint64_t max_bytes) {
   return count != 0;
 }
 
-template <class Sink>
+template <TagSink Sink>
 bool StreamFileReader::decode_next_chunk(std::uint64_t max_bytes, Sink& sink) {
   if (!decoder_) decoder_ = std::make_unique<StreamDecoder>(header_);
   if (!read_payload(max_bytes)) return false;

@@ -8,15 +8,16 @@
 #include <vector>
 
 #include "orvo/timing/detail/byte_order.hpp"
-#include "orvo/timing/detail/stream_header_json.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/stream_file_layout.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 
 namespace orvo::timing {
 
-/// Writes a capture file: `open` writes everything up to the payload, `write` appends payload bytes as they are, the
-/// destructor completes and closes the file. Payload reaches the file in blocks of 1 MiB.
+/// Writes a capture file: `open` writes everything up to the payload, `write` appends payload bytes as they are,
+/// `close` completes the file. Payload reaches the file in blocks of 1 MiB, so that a full disk may show as late as
+/// in `close`: whoever leaves closing to the destructor is never told.
 class StreamFileWriter {
  public:
   /// Creates or truncates the file. An empty `created_utc` or `raw64_tag_format` is filled in in the file's header
@@ -26,6 +27,10 @@ class StreamFileWriter {
   /// Appends payload. Throws `Error` when an earlier `open` or `write` failed, when `data` is null though `size` is
   /// not 0, and when the file cannot be written.
   void write(const void* data, std::size_t size);
+
+  /// Completes and closes the file; does nothing when none is open. Throws `Error` when an earlier `write` failed or
+  /// what was still buffered cannot be written; the file is closed all the same.
+  void close();
 
   /// As given to `open`.
   const StreamFileHeader& header() const { return header_; }
@@ -54,7 +59,7 @@ inline void StreamFileWriter::open(const std::string& path, const StreamFileHead
   file_.open(path, std::ios::binary | std::ios::trunc);
   if (!file_) throw Error("StreamFileWriter: cannot open " + path, kFileFailure);
 
-  const std::string json = detail::stream_header_to_json(header_);
+  const std::string json = stream_header_to_json(header_);
   if (json.size() > std::numeric_limits<std::uint32_t>::max()) {
     throw Error("StreamFileWriter: header is too large", kInvalidArgument);
   }
@@ -78,6 +83,12 @@ inline void StreamFileWriter::write(const void* data, std::size_t size) {
   if (!file_) throw Error("StreamFileWriter: payload write failed", kFileFailure);
   payload_bytes_ += size;
   file_bytes_ += size;
+}
+
+inline void StreamFileWriter::close() {
+  if (!file_.is_open()) return;
+  file_.close();
+  if (!file_) throw Error("StreamFileWriter: close failed", kFileFailure);
 }
 
 }  // namespace orvo::timing

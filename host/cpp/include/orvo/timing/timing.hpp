@@ -11,8 +11,9 @@
 #include "orvo/timing/stream_file_layout.hpp"
 #include "orvo/timing/stream_file_reader.hpp"
 #include "orvo/timing/stream_file_writer.hpp"
+#include "orvo/timing/stream_header_json.hpp"
 #include "orvo/timing/tag_sink.hpp"
 #include "orvo/timing/time_tag.hpp"
-#include "orvo/timing/version.hpp"
+#include "orvo/timing/version.hpp"  // first: says in words when the language is too old
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "orvo/timing/xcorr_window.hpp"

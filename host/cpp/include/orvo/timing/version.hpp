@@ -1,6 +1,10 @@
 #pragma once
 // The version of this library and of the programs that come with it, by the rules of semantic versioning. This is its
 // one place: the build, and with it the installed packages, take it from here.
+#if __cplusplus < 202002L
+#error "orvo::timing needs C++20: compile with -std=c++20"
+#endif
+
 #include <string_view>
 
 #define ORVO_TIMING_VERSION_MAJOR 1

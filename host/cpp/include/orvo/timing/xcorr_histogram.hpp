@@ -2,6 +2,7 @@
 // Cross-correlation of two channels: how often an event of channel B follows (or precedes) one of channel A at each
 // delay. Every pair within the range counts, so an event may be part of many pairs.
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -99,25 +100,34 @@ inline XcorrMoments xcorr_moments(const XcorrHistogram& histogram) {
 }
 
 /// Histogram of the differences b - a - `offset_ps` that lie within +-`range_ps`, both ends included, in bins of
-/// `bin_ps` rounded to the nearest centre (halves away from zero). Both lists must be in ascending order. A range or
-/// bin width below 1 gives one bin without counts. Times, range, bin width and offset may take any value: the result
-/// is that of unbounded integers; more bins than a vector or the memory can hold throw the standard library's
-/// exceptions.
+/// `bin_ps` rounded to the nearest centre (halves away from zero). Both lists must be in ascending order, which debug
+/// builds assert: `sort_times` brings them there. A range or bin width below 1 gives one bin without counts. Times,
+/// range, bin width and offset may take any value: the result is that of unbounded integers; more bins than a vector
+/// or the memory can hold throw the standard library's exceptions.
 inline XcorrHistogram xcorr_histogram_sorted(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
                                              const XcorrWindow& window) {
+  assert(std::is_sorted(a_ps.begin(), a_ps.end()) && std::is_sorted(b_ps.begin(), b_ps.end()));
   XcorrHistogram histogram = detail::empty_histogram(window);
   if (window.is_valid() && !a_ps.empty() && !b_ps.empty()) detail::count_pairs(a_ps, b_ps, window, histogram.counts);
   return histogram;
 }
 
-/// As `xcorr_histogram_sorted`, for lists in any order. Lists already in order are not copied.
-inline XcorrHistogram xcorr_histogram(const std::vector<std::int64_t>& a_ps, const std::vector<std::int64_t>& b_ps,
-                                      std::int64_t range_ps, std::int64_t bin_ps, std::int64_t offset_ps) {
+/// As `xcorr_histogram_sorted`, for lists in any order: vectors, spans, the lists of `ChannelTimes`. Lists already in
+/// order are not copied.
+template <ContiguousTimes TimesA, ContiguousTimes TimesB>
+XcorrHistogram xcorr_histogram(const TimesA& a_ps, const TimesB& b_ps, std::int64_t range_ps, std::int64_t bin_ps,
+                               std::int64_t offset_ps) {
   const XcorrWindow window{range_ps, bin_ps, offset_ps};
   if (!window.is_valid()) return detail::empty_histogram(window);
   const SortedTimes a(a_ps);
   const SortedTimes b(b_ps);
   return xcorr_histogram_sorted(a, b, window);
+}
+
+/// The same for lists written in place.
+inline XcorrHistogram xcorr_histogram(const std::vector<std::int64_t>& a_ps, const std::vector<std::int64_t>& b_ps,
+                                      std::int64_t range_ps, std::int64_t bin_ps, std::int64_t offset_ps) {
+  return xcorr_histogram(std::span(a_ps), std::span(b_ps), range_ps, bin_ps, offset_ps);
 }
 
 }  // namespace orvo::timing

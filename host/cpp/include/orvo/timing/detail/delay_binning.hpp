@@ -8,9 +8,9 @@
 namespace orvo::timing::detail {
 
 /// Finds a pair's bin without a division. `lag` is how far B lies after the start of the window, 0 to 2 * range.
-/// Slots are bins counted from 1: slot 0 and the one behind the last bin take the pairs that round to a bin outside.
+/// Slots are bins counted from 1: slot 0 and the one after the last bin take the pairs that round to a bin outside.
 ///
-/// Rounding to the nearest centre is rounding down behind a shift of half a bin, and dividing is multiplying with a
+/// Rounding to the nearest centre is rounding down after a shift of half a bin, and dividing is multiplying with a
 /// reciprocal 2^n / bin + 1, a little too large. Quotients thus err upwards, the more the further up. For even widths
 /// the error at difference 0 is taken off everywhere: differences above 0 keep erring upwards and those below 0 now
 /// err downwards, so that halves go away from zero on both sides.

@@ -10,6 +10,7 @@
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
+#include "orvo/timing/tag_sink.hpp"
 
 namespace orvo::timing::detail {
 
@@ -64,7 +65,7 @@ inline std::int64_t delta32_time_from_base(const StreamDecoder& decoder, unsigne
   return static_cast<std::int64_t>(base_ps + delta_ps);
 }
 
-template <class Sink>
+template <TagSink Sink>
 void decode_delta32_event(StreamDecoder& decoder, Delta32Word word, Sink& sink) {
   const unsigned c = word.channel();
   const std::uint64_t delta_ps = (decoder.d32_extension << Delta32Word::kPayloadBits) + word.payload();
@@ -87,7 +88,7 @@ void decode_delta32_event(StreamDecoder& decoder, Delta32Word word, Sink& sink) 
 }
 
 /// One word in sync. A word that does not fit its place costs the sync.
-template <class Sink>
+template <TagSink Sink>
 void decode_delta32_word(StreamDecoder& decoder, Delta32Word word, Sink& sink) {
   if (decoder.d32_frame_state == kDelta32Data && word.is_event()) return decode_delta32_event(decoder, word, sink);
   if (word.is_sync()) return reset_delta32_frame(decoder, kDelta32ExpectBaseLow);
@@ -122,7 +123,7 @@ inline const std::uint8_t* find_delta32_sync(const std::uint8_t* at, const std::
 
 /// The fast path: decodes events that only chain on their channel's last time, up to the first word that is anything
 /// else, and returns where it stopped. A difference of one word is far too short to hold a wrap step.
-template <class Sink>
+template <TagSink Sink>
 const std::uint8_t* decode_delta32_events(StreamDecoder& decoder, const std::uint8_t* at, const std::uint8_t* end,
                                           Sink& sink) {
   if (decoder.d32_frame_state != kDelta32Data || decoder.d32_base_valid || decoder.d32_extension != 0) return at;
@@ -140,7 +141,7 @@ const std::uint8_t* decode_delta32_events(StreamDecoder& decoder, const std::uin
 }
 
 /// Decodes the pending bytes. In sync 0 to 3 bytes stay pending; while searching the last 3 stay, whatever they are.
-template <class Sink>
+template <TagSink Sink>
 void decode_delta32(StreamDecoder& decoder, Sink& sink) {
   const std::uint8_t* const begin = decoder.pending_bytes.begin();
   const std::uint8_t* const end = decoder.pending_bytes.end();

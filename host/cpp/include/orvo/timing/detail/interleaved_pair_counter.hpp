@@ -38,8 +38,8 @@ class SlotCounts {
 /// the last one found. So the stretch is cut into lanes, walked in turns, each with its own place in B: the processor
 /// works on one while it waits for another. And no branch asks what random times decide:
 ///
-/// - find: for each A event of a block, times of B in front of its window are skipped by counting them. Its first
-///   candidate is written behind those kept so far and kept if it pairs; else the next one overwrites it.
+/// - find: for each A event of a block, times of B before its window are skipped by counting them. Its first
+///   candidate is written after those kept so far and kept if it pairs; else the next one overwrites it.
 /// - round: for each kept event, its candidate is counted, and the next candidate kept in the same manner.
 ///
 /// After two rounds, what still pairs is dense, and a loop over its candidates is well predicted.
@@ -91,7 +91,7 @@ class InterleavedPairCounter {
     void add(const std::int64_t* b, std::int64_t low, std::uint64_t beyond) {
       candidate[size] = b;
       low_ps[size] = low;
-      size += lag(b, low) < beyond ? 1 : 0;
+      size += lag(b, low) < beyond ? 1u : 0u;
     }
   };
 
@@ -103,7 +103,7 @@ class InterleavedPairCounter {
   static const std::int64_t* skip_below(const std::int64_t* b, std::int64_t low_ps) {
     std::size_t below = 0;
     for (std::size_t i = 0; i < kAhead; ++i) {
-      below += static_cast<std::uint64_t>(b[i]) < static_cast<std::uint64_t>(low_ps) ? 1 : 0;
+      below += static_cast<std::uint64_t>(b[i]) < static_cast<std::uint64_t>(low_ps) ? 1u : 0u;
     }
     b += below;
     while (*b < low_ps) ++b;  // rarely: there were more
@@ -137,7 +137,7 @@ class InterleavedPairCounter {
     for (const std::int64_t a : a_ps) {
       const std::int64_t* const before = b;
       while (*b <= a + high_offset_ps) ++b;
-      mispredictions += b - before != step ? 1 : 0;
+      mispredictions += b - before != step ? 1u : 0u;
       step = b - before;
     }
     return mispredictions <= kMostMispredictions && b - window_start(a_ps.back(), b_ps) <= kFewPairs;

@@ -46,11 +46,11 @@ inline std::optional<std::string_view> text_after(std::string_view text, std::st
 
 /// What follows the colon of the first quoted `key`, wherever it stands.
 inline std::optional<std::string_view> json_find_value(std::string_view json, std::string_view key) {
-  const auto behind_key = text_after(json, '"' + std::string(key) + '"');
-  return behind_key ? text_after(*behind_key, ":") : std::nullopt;
+  const auto after_key = text_after(json, '"' + std::string(key) + '"');
+  return after_key ? text_after(*after_key, ":") : std::nullopt;
 }
 
-/// The next quoted text behind the colon of the first quoted `key`, unescaped; nothing when there is none or it does
+/// The next quoted text after the colon of the first quoted `key`, unescaped; nothing when there is none or it does
 /// not end. Deliberate: what lies between colon and quote is not looked at, so a bare number yields the text after
 /// it.
 inline std::optional<std::string> json_find_string(std::string_view json, std::string_view key) {
@@ -71,7 +71,7 @@ inline std::optional<std::string> json_find_string(std::string_view json, std::s
   return std::nullopt;
 }
 
-/// The decimal digits behind the colon of the first quoted `key`, white space skipped, modulo 2^64; nothing when no
+/// The decimal digits after the colon of the first quoted `key`, white space skipped, modulo 2^64; nothing when no
 /// digit stands there.
 inline std::optional<std::uint64_t> json_find_uint(std::string_view json, std::string_view key) {
   const auto value = json_find_value(json, key);

@@ -89,7 +89,7 @@ inline std::vector<TrialSymbol> grid_symbols(std::span<const std::uint8_t> bytes
 
 /// A candidate and how it went.
 struct AlignmentTrial {
-  std::uint64_t start_bit = 0;  ///< behind its last reset
+  std::uint64_t start_bit = 0;  ///< after its last reset
   unsigned synced_count = 0;    ///< 0 also for a candidate that does not exist
   ChannelBalance balance;
 
@@ -162,7 +162,7 @@ inline std::vector<AlignmentTrial> alignment_trials(std::span<const std::uint8_t
 namespace orvo::timing {
 
 inline PackedAlignment StreamDecoder::probe_packed_alignment(std::int32_t delta_bits, std::int32_t width) {
-  if (pending_bytes.empty() || delta_bits < 1 || width < 1) return {};
+  if (pending_bytes.empty() || delta_bits < 1 || delta_bits > 31 || width < 1) return {};
   const detail::AlignmentRules rules(header, {static_cast<std::uint32_t>(delta_bits)});
   const std::vector<detail::AlignmentTrial> trials = detail::alignment_trials(pending_bytes.bytes(), rules);
   detail::AlignmentChoice choice(rules);

@@ -2,7 +2,7 @@
 // Trial decodes of packed records, many at once.
 //
 // A trial counts the data records of the channels whose sync sequence and anchor it has seen; a record that fits
-// nowhere resets it to the record behind. Trials that start at different records of the same grid read the same
+// nowhere resets it to the record after. Trials that start at different records of the same grid read the same
 // records, and
 //
 //   two trials in the same state at a record differ from there on only by what they had counted before.
@@ -42,7 +42,7 @@ constexpr TrialSymbol trial_symbol(TrialSymbol::Kind kind, unsigned channel) {
 
 /// How a trial went.
 struct TrialScore {
-  std::uint64_t start_record = 0;  ///< behind its last reset
+  std::uint64_t start_record = 0;  ///< after its last reset
   unsigned synced = 0;             ///< mask of the channels that count
   TrialCounts counts{};
 
@@ -96,9 +96,9 @@ class TrialWalk {
     }
   };
   struct Trial {
-    std::size_t start;     // first record, or the one behind the last reset
+    std::size_t start;     // first record, or the one after the last reset
     std::size_t twin;      // the trial that it has become one with, or itself
-    TrialCounts before{};  // what of its group's counts is not its own, modulo 2^32
+    TrialCounts before{};  // counts of its group that it has no part in, modulo 2^32
   };
 
   void join(std::size_t at) {

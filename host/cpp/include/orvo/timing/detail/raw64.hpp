@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orvo/timing/detail/ascii_lower.hpp"
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
-#include "orvo/timing/detail/stream_header_json.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
+#include "orvo/timing/tag_sink.hpp"
 
 namespace orvo::timing::detail {
 
@@ -62,14 +63,14 @@ static_assert(Raw64CoarseFineWord{0x34B8'6000'0000'2001}.count() == 1);
 
 /// Unwrapping of one channel.
 struct Raw64Unwrap {
-  static constexpr std::uint64_t kNone = UINT64_MAX;  // no count follows on it by a wrap
+  static constexpr std::uint64_t kNone = UINT64_MAX;  // no step from here to a count looks like a wrap
   std::uint64_t previous = kNone;
   std::uint64_t epoch = 0;
 };
 using Raw64Unwraps = std::array<Raw64Unwrap, kChannels>;
 
 /// Takes the word at `at`, if it is a record; returns where the next one may start.
-template <class Word, class Sink>
+template <class Word, TagSink Sink>
 const std::uint8_t* take_raw64_word(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps,
                                     Sink& sink) {
   const Word word{load_be64(at)};
@@ -100,8 +101,8 @@ bool raw64_block_is_plain(const std::uint8_t* at, const Raw64Unwraps& unwraps) {
   return (differing & native_of_be64(Word::kStretchBits)) == 0;
 }
 
-/// Takes a block of which that is true: nothing is left to ask.
-template <class Word, class Sink>
+/// Takes a block of which that is true: every word is a record and no count wraps.
+template <class Word, TagSink Sink>
 void take_plain_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps, Sink& sink) {
   for (std::size_t i = 0; i < kRaw64Block; ++i) {
     const Word word{load_be64(at + 8 * i)};
@@ -113,7 +114,7 @@ void take_plain_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const
 
 /// Decodes every record of the pending bytes. What is no record is skipped byte by byte; at most 7 bytes stay
 /// pending.
-template <class Word, class Sink>
+template <class Word, TagSink Sink>
 void scan_raw64(StreamDecoder& decoder, Sink& sink) {
   constexpr std::ptrdiff_t kBlockBytes = 8 * kRaw64Block;
   const std::uint8_t* at = decoder.pending_bytes.begin();
@@ -145,7 +146,7 @@ void scan_raw64(StreamDecoder& decoder, Sink& sink) {
   decoder.pending_bytes.consume(static_cast<std::size_t>(at - decoder.pending_bytes.begin()));
 }
 
-template <class Sink>
+template <TagSink Sink>
 void decode_raw64(StreamDecoder& decoder, Sink& sink) {
   if (ascii_lower(decoder.header.raw64_tag_format) == "raw_cf") {
     scan_raw64<Raw64CoarseFineWord>(decoder, sink);

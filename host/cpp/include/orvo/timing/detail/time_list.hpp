@@ -9,6 +9,8 @@
 #include <span>
 #include <utility>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing::detail {
 
 /// A growing list of times for captures of any size: memory comes straight from the system, is touched only where

@@ -7,42 +7,44 @@
 #include <string>
 #include <string_view>
 
+#include "orvo/timing/detail/ascii_lower.hpp"
 #include "orvo/timing/detail/json_text.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 
-namespace orvo::timing::detail {
+namespace orvo::timing {
 
+/// As headers and reports spell it; a number that is none of the enumerators reads as raw64.
 inline std::string_view to_text(StreamFormat format) {
   switch (format) {
     case StreamFormat::delta32:
       return "delta32";
     case StreamFormat::packed_delta:
       return "packed_delta";
-    default:
-      return "raw64";
+    case StreamFormat::raw64:
+      break;
   }
+  return "raw64";  // whatever else the number is
 }
 
+/// Anything but 0 is external.
 inline std::string_view to_text(StreamMode mode) {
   return mode == StreamMode::internal ? "internal" : "external";
 }
 
+/// A number that is none of the enumerators reads as uart.
 inline std::string_view to_text(StreamTransport transport) {
   switch (transport) {
     case StreamTransport::usb:
       return "usb";
     case StreamTransport::usb_async:
       return "usb_async";
-    default:
-      return "uart";
+    case StreamTransport::uart:
+      break;
   }
+  return "uart";  // whatever else the number is
 }
 
-/// The text with A to Z in lower case.
-inline std::string ascii_lower(std::string text) {
-  for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  return text;
-}
+namespace detail {
 
 /// Unknown words are raw64: recordings older than the other encodings carry words of their own.
 inline StreamFormat stream_format_from_text(const std::string& text) {
@@ -82,12 +84,14 @@ inline std::string utc_now_text() {
   return std::string(date, length) + '.' + std::string(6 - fraction.size(), '0') + fraction + 'Z';
 }
 
+}  // namespace detail
+
 /// The header as one line of JSON without white space. An empty `created_utc` is written as now, an empty
 /// `raw64_tag_format` as the mode's.
 inline std::string stream_header_to_json(StreamFileHeader header) {
-  if (header.created_utc.empty()) header.created_utc = utc_now_text();
-  if (header.raw64_tag_format.empty()) header.raw64_tag_format = default_raw64_tag_format(header.mode);
-  const auto text = [](std::string_view value) { return '"' + json_escape(value) + '"'; };
+  if (header.created_utc.empty()) header.created_utc = detail::utc_now_text();
+  if (header.raw64_tag_format.empty()) header.raw64_tag_format = detail::default_raw64_tag_format(header.mode);
+  const auto text = [](std::string_view value) { return '"' + detail::json_escape(value) + '"'; };
   const auto number = [](unsigned value) { return std::to_string(value); };
   // clang-format off: one line for each member.
   return R"({"file_type":"orvo_timing_raw_stream_capture")"
@@ -108,14 +112,14 @@ inline std::string stream_header_to_json(StreamFileHeader header) {
 /// cut to their field's width.
 inline StreamFileHeader stream_header_from_json(std::string_view json) {
   StreamFileHeader header;
-  if (const auto text = json_find_string(json, "stream_format"))
-    header.stream_format = stream_format_from_text(*text);
-  if (const auto text = json_find_string(json, "mode")) header.mode = stream_mode_from_text(*text);
-  if (const auto text = json_find_string(json, "stream_transport")) {
-    header.stream_transport = stream_transport_from_text(*text);
+  if (const auto text = detail::json_find_string(json, "stream_format"))
+    header.stream_format = detail::stream_format_from_text(*text);
+  if (const auto text = detail::json_find_string(json, "mode")) header.mode = detail::stream_mode_from_text(*text);
+  if (const auto text = detail::json_find_string(json, "stream_transport")) {
+    header.stream_transport = detail::stream_transport_from_text(*text);
   }
   const auto read_text = [json](std::string_view key, std::string& field) {
-    if (auto text = json_find_string(json, key)) field = *std::move(text);
+    if (auto text = detail::json_find_string(json, key)) field = *std::move(text);
   };
   read_text("raw64_tag_format", header.raw64_tag_format);
   read_text("created_utc", header.created_utc);
@@ -124,15 +128,15 @@ inline StreamFileHeader stream_header_from_json(std::string_view json) {
   read_text("device_serial", header.device_serial);
   read_text("device_port", header.device_port);
   const auto read_number = [json]<class Number>(std::string_view key, Number& field) {
-    if (const auto number = json_find_uint(json, key)) field = static_cast<Number>(*number);
+    if (const auto number = detail::json_find_uint(json, key)) field = static_cast<Number>(*number);
   };
   read_number("channel_mask", header.channel_mask);
   header.channel_mask &= 0x0F;
   read_number("tdl_index", header.tdl_index);
   read_number("delta_bits", header.delta_bits);
   read_number("quantum_ps", header.quantum_ps);
-  if (header.raw64_tag_format.empty()) header.raw64_tag_format = default_raw64_tag_format(header.mode);
+  if (header.raw64_tag_format.empty()) header.raw64_tag_format = detail::default_raw64_tag_format(header.mode);
   return header;
 }
 
-}  // namespace orvo::timing::detail
+}  // namespace orvo::timing
