@@ -1,6 +1,5 @@
 #pragma once
 // Output as a page shows it: "..." stands for any text inside a line, and for any lines where it is a line.
-#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <sstream>

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <list>
 #include <utility>
-#include <vector>
 
 #include "support/bytes.hpp"
 #include "support/random_payload.hpp"

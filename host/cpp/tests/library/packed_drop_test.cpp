@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <string>
 
 #include "orvo/timing/stream_decoder.hpp"

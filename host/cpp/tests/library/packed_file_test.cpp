@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 #include "support/packed_payload.hpp"
 #include "support/stream_feeding.hpp"

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <string>
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/packed_debug_output.hpp"

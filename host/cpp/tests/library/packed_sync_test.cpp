@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdint>
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/packed_payload.hpp"

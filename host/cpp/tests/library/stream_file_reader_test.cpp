@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 

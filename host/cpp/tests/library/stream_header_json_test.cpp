@@ -6,7 +6,6 @@
 #include <chrono>
 #include <ctime>
 #include <string>
-#include <string_view>
 #include <thread>
 
 namespace {

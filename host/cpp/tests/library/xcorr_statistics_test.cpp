@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <vector>
 
 #include "orvo/timing/xcorr_histogram.hpp"
 

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "support/product_root.hpp"
 #include "support/verify_captures.hpp"

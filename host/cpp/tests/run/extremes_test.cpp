@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <string>
-#include <vector>
 
 #include "support/product_root.hpp"
 #include "support/verify_captures.hpp"

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <string>
-#include <string_view>
 
 #include "support/product_root.hpp"
 #include "support/verify_captures.hpp"

@@ -3,7 +3,6 @@
 #include <time.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <string_view>
 

@@ -1,7 +1,6 @@
 #pragma once
 // Where decoders put tags. Decoding is a template over its sink, so that lists per channel, counters and correlators
 // take each tag as it is decoded, without a copy in between.
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <vector>

@@ -1,5 +1,10 @@
 #pragma once
 // The fast way to count pairs.
+//
+// Tried and left out, being no faster or slower: rounds until no candidate is left (1.4 to 1.8 times the time with a
+// hundred pairs an event), four at a time in the walk (+25 to 70 % with one pair or none), 2, 3, 6 or 8 lanes (up to
+// +15 %), 2, 3, 6 or 8 times of B together (+2 to 23 %), halving for a window's start (+15 %), slots collected first
+// and counted later (+7 to 11 %).
 #include <algorithm>
 #include <array>
 #include <cstddef>

@@ -6,7 +6,6 @@
 //   flag 0                      data: time since the last data record of the channel, in quanta
 //   flag 1, payload not all 1   overflow: adds payload * 2^delta_bits quanta to the channel's next data record
 //   flag 1, payload all 1       sync start: the next words on this channel spell an absolute time
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -16,7 +16,6 @@
 // one, the last to end its sequence, awaits its anchor; overflow records lengthen the next difference in any state
 // outside a sequence.
 #include <algorithm>
-#include <array>
 #include <cstdint>
 
 #include "orvo/timing/detail/device_time.hpp"
