@@ -414,6 +414,33 @@ def histogram():
     }
 
 
+def xcorr_stream():
+    FROM_A, FROM_B, BOTH, READ = 1, 2, 3, 0x80
+
+    def case(window, reach_ps, a, b, *pieces, channels=1 << 2):
+        head = b"".join(integer(value) for value in (*window, reach_ps))
+        return head + bytes([channels]) + a + b + bytes(which | count << 2 for which, count in pieces)
+
+    combs = times(10000, (60, 20000)), times(10160, (60, 20000))
+    one_by_one = [(BOTH | READ, 1)] * 70
+    return {
+        "comb_at_once": case((5000, 8, 160), 1000, *combs),
+        "comb_tag_by_tag": case((5000, 8, 160), 0, *combs, *one_by_one),
+        "range_beyond_pieces": case((90000, 1000, 0), 0, *combs, *one_by_one),
+        "offset_beyond_pieces": case((500, 8, 200160), 0, *combs, *one_by_one),
+        "offset_back": case((500, 8, -200160), 0, *combs, *one_by_one),
+        "empty_pieces": case((5000, 8, 160), 0, *combs, (BOTH, 3), (READ, 0), (BOTH | READ, 0), (BOTH, 9)),
+        "b_silent_until_the_end": case((5000, 8, 160), 0, *combs, *[(FROM_A | READ, 4)] * 15, (FROM_B, 31)),
+        "b_far_ahead": case((500, 8, 0), 0, times((60, 1000)), times(10**9, (60, 1000)), *one_by_one),
+        "late_within_reach": case((100, 1, 0), 500, times(*range(0, 9000, 300)), times(200, 150, 700, 250), *one_by_one),
+        "late_beyond_reach": case((100, 1, 0), 50, times(*range(0, 9000, 300)), times(8000, 900, 1), *one_by_one),
+        "backwards": case((100, 1, 0), 10, times((60, -10)), times((60, -10)), *one_by_one),
+        "equal_times_across_pieces": case((10, 3, 0), 0, times((30, 0), 5, 5), times((30, 0), 5), *one_by_one),
+        "one_channel_with_itself": case((40000, 100, 0), 0, *combs, *one_by_one, channels=0),
+        "no_range": case((0, 8, 0), 0, *combs, *one_by_one),
+    }
+
+
 def offset():
     def case(a, b, form=0):  # bits 0 to 4 allow a long list A
         return bytes([form]) + a + b
@@ -473,6 +500,7 @@ def main():
     seeds("packed_delta", packed_delta())
     seeds("histogram", histogram())
     seeds("offset", offset())
+    seeds("xcorr_stream", xcorr_stream())
     seeds("report_json", reports())
     seeds("report_svg", reports())
 

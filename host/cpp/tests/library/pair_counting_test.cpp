@@ -121,11 +121,17 @@ TEST(InterleavedPairCounter, CountsThatMoveToTheBinsEarlyAreTheSame) {
   Times counts(detail::BinLayout(window).bins());
   Times counts_in_one(counts.size());
   const detail::DelayBinning<std::uint64_t> binning(window, counts.size());
-  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 100> lanes(window, binning, counts);
-  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>> lanes_in_one(window, binning, counts_in_one);
+  detail::SlotCounts slots(counts);
+  detail::SlotCounts slots_in_one(counts_in_one);
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 100> lanes(window, binning, slots);
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>> lanes_in_one(window, binning, slots_in_one);
   const std::size_t counted = lanes.count(a, b);
   EXPECT_GE(counted, 2500u);
   EXPECT_EQ(lanes_in_one.count(a, b), counted);
+  EXPECT_LT(slots.unflushed(), 100u);
+  EXPECT_GE(slots_in_one.unflushed(), 2500u);
+  slots.flush();
+  slots_in_one.flush();
   EXPECT_EQ(counts, counts_in_one);
   EXPECT_EQ(
       counts,
@@ -193,9 +199,11 @@ TEST(InterleavedPairCounter, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
   const Times a = clock(1000, 100, 3000);
   const XcorrWindow window{200, 8, 0};
   Times counts(detail::BinLayout(window).bins());
+  detail::SlotCounts slots(counts);
   detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 7> lanes(
-      window, detail::DelayBinning<std::uint64_t>(window, counts.size()), counts);
+      window, detail::DelayBinning<std::uint64_t>(window, counts.size()), slots);
   const auto counted = static_cast<std::int64_t>(lanes.count(a, a));
+  slots.flush();
   EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end in front of the last four
   Times expected(51);
   // 200 ps are 25 bins; 100 ps are 12 and a half, and round to 13.
@@ -208,7 +216,8 @@ TEST(InterleavedPairCounter, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
 TEST(InterleavedPairCounter, LeavesAListThatIsTooShortAlone) {
   const XcorrWindow window{1000, 8, 0};
   Times counts(detail::BinLayout(window).bins());
-  detail::InterleavedPairCounter lanes(window, detail::DelayBinning<std::uint64_t>(window, counts.size()), counts);
+  detail::SlotCounts slots(counts);
+  detail::InterleavedPairCounter lanes(window, detail::DelayBinning<std::uint64_t>(window, counts.size()), slots);
   EXPECT_EQ(lanes.count(Times{}, Times{}), 0u);
   EXPECT_EQ(lanes.count(Times(5000, 2000), Times{3000, 4000, 5000}), 0u);
   EXPECT_EQ(lanes.count(Times(255, 2000), Times(100, 5000)), 0u);

@@ -16,4 +16,5 @@
 #include "orvo/timing/time_tag.hpp"
 #include "orvo/timing/version.hpp"  // first: says in words when the language is too old
 #include "orvo/timing/xcorr_histogram.hpp"
+#include "orvo/timing/xcorr_stream.hpp"
 #include "orvo/timing/xcorr_window.hpp"

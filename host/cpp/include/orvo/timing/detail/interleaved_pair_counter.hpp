@@ -21,18 +21,26 @@ namespace orvo::timing::detail {
 class SlotCounts {
  public:
   explicit SlotCounts(std::vector<std::int64_t>& counts) : counts_(counts), slots_(counts.size() + 2) {}
+  SlotCounts(const SlotCounts&) = delete;
+  SlotCounts& operator=(const SlotCounts&) = delete;
 
   void count(std::uint64_t slot) { ++slots_[slot]; }
+
+  /// Pairs that the slots hold, as those who count tell. They see to it that it stays below 2^32.
+  std::uint64_t unflushed() const { return unflushed_; }
+  void set_unflushed(std::uint64_t pairs) { unflushed_ = pairs; }
 
   /// Moves everything over to the bins.
   void flush() {
     for (std::size_t bin = 0; bin < counts_.size(); ++bin) counts_[bin] += slots_[bin + 1];
     std::fill(slots_.begin(), slots_.end(), 0);
+    unflushed_ = 0;
   }
 
  private:
   std::vector<std::int64_t>& counts_;
   std::vector<std::uint32_t> slots_;
+  std::uint64_t unflushed_ = 0;
 };
 
 /// Times come in two kinds. Where a pattern repeats, as of pulses split onto both channels, or of a clock against
@@ -49,11 +57,12 @@ class SlotCounts {
 ///
 /// After two rounds, what still pairs is dense, and a loop over its candidates is well predicted.
 ///
-/// After `kFlushAfter` pairs the counts move to the bins: with the pairs of one more A event they fit 32 bits.
+/// After `kFlushAfter` pairs the counts move to the bins: with the pairs of one more A event they fit 32 bits. The
+/// last ones wait for whoever owns them to flush.
 template <class Binning, std::uint32_t kFlushAfter = 2'000'000'000>
 class InterleavedPairCounter {
  public:
-  InterleavedPairCounter(const XcorrWindow& window, const Binning& binning, std::vector<std::int64_t>& counts)
+  InterleavedPairCounter(const XcorrWindow& window, const Binning& binning, SlotCounts& counts)
       : low_offset_ps_(window.offset_ps - window.range_ps), binning_(binning), counts_(counts) {}
 
   /// The pairs of A events from the front on; returns how many events that were. Those are left whose windows reach
@@ -68,7 +77,6 @@ class InterleavedPairCounter {
     for (std::size_t done = 0; done < events; done += kStretch) {
       count_stretch(a_ps.subspan(done, std::min(kStretch, events - done)), b_ps);
     }
-    counts_.flush();
     return events;
   }
 
@@ -152,7 +160,7 @@ class InterleavedPairCounter {
     // In registers: for all the compiler knows, a count may change the members.
     const Binning binning = binning_;
     const std::int64_t low_offset_ps = low_offset_ps_;
-    std::uint64_t unflushed = unflushed_;
+    std::uint64_t unflushed = counts_.unflushed();
     const std::int64_t* first = window_start(a_ps.front(), b_ps);
     for (const std::int64_t a : a_ps) {
       const std::int64_t low_ps = a + low_offset_ps;
@@ -165,7 +173,7 @@ class InterleavedPairCounter {
       counts_.flush();
       unflushed = 0;
     }
-    unflushed_ = unflushed;
+    counts_.set_unflushed(unflushed);
   }
 
   void count_block(std::array<Lane, kLanes>& lanes) {
@@ -211,16 +219,13 @@ class InterleavedPairCounter {
   }
 
   void note_pairs(std::size_t pairs) {
-    unflushed_ += pairs;
-    if (unflushed_ < kFlushAfter) return;
-    counts_.flush();
-    unflushed_ = 0;
+    counts_.set_unflushed(counts_.unflushed() + pairs);
+    if (counts_.unflushed() >= kFlushAfter) counts_.flush();
   }
 
   std::int64_t low_offset_ps_;
   Binning binning_;
-  SlotCounts counts_;
-  std::uint64_t unflushed_ = 0;
+  SlotCounts& counts_;
 };
 
 }  // namespace orvo::timing::detail

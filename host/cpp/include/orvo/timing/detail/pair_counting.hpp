@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -56,20 +57,48 @@ inline bool is_nearby(std::int64_t low, std::int64_t high) {
   return low >= -kLimit && high <= kLimit;
 }
 
-/// `counts` has one entry per bin of the window; both lists hold something and are in ascending order.
+/// Counts the pairs of one window, in as many pairs of lists as there are.
+class PairCounter {
+ public:
+  /// `counts` has one entry per bin of the valid window. It stays with its owner, and counts may wait for `flush`.
+  PairCounter(const XcorrWindow& window, std::vector<std::int64_t>& counts)
+      : window_(window), binning_(window, counts.size()), wide_binning_(window, counts.size()), counts_(counts) {}
+
+  /// Both lists are in ascending order.
+  void count(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+    if (a_ps.empty() || b_ps.empty()) return;
+    const bool nearby = is_nearby(a_ps.front(), a_ps.back()) && is_nearby(b_ps.front(), b_ps.back()) &&
+                        is_nearby(window_.offset_ps, window_.offset_ps);
+    if (nearby && binning_.is_exact()) {
+      count_pairs_interleaved(a_ps, b_ps, window_, InterleavedPairCounter(window_, binning_, slots()), counts_);
+    } else if (nearby && wide_binning_.is_exact()) {
+      count_pairs_interleaved(a_ps, b_ps, window_, InterleavedPairCounter(window_, wide_binning_, slots()), counts_);
+    } else {
+      count_pairs_anywhere(a_ps, b_ps, window_, counts_);
+    }
+  }
+
+  /// Every pair so far is now in the bins.
+  void flush() {
+    if (slots_) slots_->flush();
+  }
+
+ private:
+  SlotCounts& slots() { return slots_ ? *slots_ : slots_.emplace(counts_); }
+
+  XcorrWindow window_;
+  DelayBinning<std::uint64_t> binning_;
+  DelayBinning<Uint128> wide_binning_;
+  std::vector<std::int64_t>& counts_;
+  std::optional<SlotCounts> slots_;
+};
+
+/// `counts` has one entry per bin of the window; both lists are in ascending order.
 inline void count_pairs(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
                         const XcorrWindow& window, std::vector<std::int64_t>& counts) {
-  const DelayBinning<std::uint64_t> binning(window, counts.size());
-  const DelayBinning<Uint128> wide_binning(window, counts.size());
-  const bool nearby = is_nearby(a_ps.front(), a_ps.back()) && is_nearby(b_ps.front(), b_ps.back()) &&
-                      is_nearby(window.offset_ps, window.offset_ps);
-  if (nearby && binning.is_exact()) {
-    count_pairs_interleaved(a_ps, b_ps, window, InterleavedPairCounter(window, binning, counts), counts);
-  } else if (nearby && wide_binning.is_exact()) {
-    count_pairs_interleaved(a_ps, b_ps, window, InterleavedPairCounter(window, wide_binning, counts), counts);
-  } else {
-    count_pairs_anywhere(a_ps, b_ps, window, counts);
-  }
+  PairCounter counter(window, counts);
+  counter.count(a_ps, b_ps);
+  counter.flush();
 }
 
 }  // namespace orvo::timing::detail
