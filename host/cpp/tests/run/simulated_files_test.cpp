@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "orvo/timing/version.hpp"
 #include "support/simulated_capture.hpp"
 
 namespace {
@@ -94,10 +95,11 @@ TEST_F(SimulatedFiles, ReplaceAnEarlierOne) {
 }
 
 TEST_F(SimulatedFiles, AreNotThereForUnusableOptions) {
-  expect_failure({}, 64, "no file given: name the capture to write, or --out (--help tells more)");
+  expect_failure({}, 64, "no file given: name the capture to write (--help lists the options)");
   expect_failure({"c.tagcap", "--delta-bits=32", "--encoding=packed_delta"}, 64,
                  "--delta-bits: '32' is not a whole number from 1 to 31");
-  expect_failure({"c.tagcap", "--colour=red"}, 64, "unknown option --colour (--help lists them)");
+  expect_failure({"c.tagcap", "--colour=red"}, 64,
+                 "The following argument was not expected: --colour=red (--help lists the options)");
   expect_failure({"c.tagcap", "--pair-channels=0,2"}, 64, "--pair-channels: channel 2 is not active (--channels)");
 }
 
@@ -170,11 +172,13 @@ TEST_F(SimulatedFiles, ComeWithAnAnswerThatAsksForTheirVerification) {
   EXPECT_THAT(result.out, HasSubstr("\nverify=vq_verify_stream_file_xcorr c.tagcap 0 1 --offset=77 --range=3000\n"));
 }
 
-TEST_F(SimulatedFiles, NeedNoneForHelp) {
-  const ProgramResult result = simulator({"--seed=x", "--help"});
-  EXPECT_EQ(result.exit_status, 0);
-  EXPECT_EQ(result.err, "");
-  EXPECT_THAT(result.out, StartsWith("vq_simulate_stream_file FILE "));
+TEST_F(SimulatedFiles, NeedNoneForHelpOrTheVersion) {
+  const ProgramResult help = simulator({"--seed=x", "--help"});
+  EXPECT_EQ(help.exit_status, 0);
+  EXPECT_EQ(help.err, "");
+  EXPECT_THAT(help.out, HasSubstr("\nUsage: vq_simulate_stream_file [OPTIONS] [FILE]\n"));
+  const ProgramResult version = simulator({"--seed=x", "--version"});
+  EXPECT_EQ(seen(version), seen(0, "vq_simulate_stream_file " + std::string(orvo::timing::kVersion) + "\n", ""));
   EXPECT_EQ(names(), std::vector<std::string>{});
 }
 

@@ -1,30 +1,75 @@
 #include "simulate/options.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "simulate/command_line.hpp"
+#include "simulate/given_settings.hpp"
 
 namespace {
 
 using orvo::timing::StreamFormat;
 using orvo::timing::StreamMode;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Arguments = std::vector<std::string>;
 
-Settings with(const std::string& name, const std::string& value, bool packed = false) {
-  return settings_from({"--encoding", packed ? "packed_delta" : "raw64", "--" + name, value});
-}
-
-std::string failure(const std::string& name, const std::string& value, bool packed = false) {
+std::string failure(const Arguments& arguments) {
   try {
-    with(name, value, packed);
+    settings_from(arguments);
   } catch (const UsageError& error) {
     return error.what();
   }
   return "none";
+}
+
+Arguments with(const std::string& name, const std::string& value, bool packed = false) {
+  return {"--encoding", packed ? "packed_delta" : "raw64", "--" + name, value};
+}
+
+TEST(Options, HaveDefaults) {
+  const Settings settings = settings_from({"a.tagcap"});
+  EXPECT_EQ(settings.out, "a.tagcap");
+  EXPECT_EQ(settings.encoding, StreamFormat::raw64);
+  EXPECT_EQ(settings.mode, StreamMode::external);
+  EXPECT_EQ(settings.tag_format, "ps");
+  EXPECT_EQ(settings.delta_bits, 16u);
+  EXPECT_EQ(settings.quantum_ps, 8u);
+  EXPECT_EQ(settings.start_bit, 0u);
+  EXPECT_EQ(settings.anchor_every, 1000u);
+  for (unsigned c = 0; c < 4; ++c) {
+    EXPECT_EQ(settings.channels[c].active, c < 2);
+    EXPECT_EQ(settings.channels[c].rate_hz, c < 2 ? 100'000u : 0u);
+    EXPECT_EQ(settings.channels[c].dead_time_ps, 0);
+  }
+  EXPECT_EQ(settings.pairs.channel_a, 0u);
+  EXPECT_EQ(settings.pairs.channel_b, 1u);
+  EXPECT_EQ(settings.pairs.rate_hz, 50'000u);
+  EXPECT_EQ(settings.pairs.delay_ps, 160);
+  EXPECT_EQ(settings.pairs.jitter_ps, 40);
+  EXPECT_EQ(settings.pairs.range_ps, 5000);
+  EXPECT_EQ(settings.tags, 1'000'000u);
+  EXPECT_FALSE(settings.duration_ps);
+  EXPECT_EQ(settings.start_ps, 0);
+  EXPECT_EQ(settings.seed, 1u);
+  EXPECT_FALSE(settings.damage.any());
+}
+
+TEST(Options, TakeTheFileWithOrWithoutItsName) {
+  for (const Arguments& arguments : {Arguments{"--seed=7", "--out=b"}, Arguments{"--out", "b", "--seed", "7"},
+                                     Arguments{"b", "--seed", "7"}, Arguments{"--seed", "7", "b"}}) {
+    EXPECT_EQ(settings_from(arguments).seed, 7u);
+    EXPECT_EQ(settings_from(arguments).out, "b");
+  }
+  EXPECT_EQ(settings_from({"--out=--odd=name"}).out, "--odd=name");
+  EXPECT_EQ(failure({"a", "b"}), "The following argument was not expected: b (--help lists the options)");
+  EXPECT_EQ(failure({"a", "--out=b"}), "--out: given twice");
 }
 
 /// A number that an option sets: from `least` to `most`, and neither `below` nor `above`.
@@ -59,11 +104,12 @@ const NumberOption kNumbers[] = {
 TEST(Options, HoldNumbersToTheirLimits) {
   for (const NumberOption& option : kNumbers) {
     for (const std::string& value : {option.least, option.most}) {
-      EXPECT_EQ(option.set(with(option.name, value, option.packed)), std::stoull(value)) << option.name;
+      EXPECT_EQ(option.set(settings_from(with(option.name, value, option.packed))), std::stoull(value))
+          << option.name;
     }
     for (const std::string& value : {option.below, option.above}) {
       EXPECT_EQ(
-          failure(option.name, value, option.packed),
+          failure(with(option.name, value, option.packed)),
           "--" + option.name + ": '" + value + "' is not a whole number from " + option.least + " to " + option.most);
     }
   }
@@ -91,52 +137,159 @@ const TimeOption kTimes[] = {
 TEST(Options, HoldTimesToTheirLimits) {
   for (const TimeOption& option : kTimes) {
     for (const std::string& value : {option.least, option.most}) {
-      EXPECT_EQ(option.set(with(option.name, value)), std::stoll(value)) << option.name;
+      EXPECT_EQ(option.set(settings_from(with(option.name, value))), std::stoll(value)) << option.name;
     }
     for (const std::string& value : {option.below, option.above}) {
-      EXPECT_EQ(failure(option.name, value), "--" + option.name + ": '" + value + "' is not a time from " +
-                                                 option.least + " ps to " + option.most +
-                                                 " ps, as in 250, 250ps, 10ns, 2us, 1ms or 3s");
+      EXPECT_EQ(failure(with(option.name, value)), "--" + option.name + ": '" + value + "' is not a time from " +
+                                                       option.least + " ps to " + option.most +
+                                                       " ps, as in 250, 250ps, 10ns, 2us, 1ms or 3s");
     }
   }
 }
 
 TEST(Options, WithLimitsAreAllTestedHere) {
   std::set<std::string> tested;
-  for (const NumberOption& option : kNumbers) tested.insert(option.name);
-  for (const TimeOption& option : kTimes) tested.insert(option.name);
-  for (const Option& option : kOptions) {
-    EXPECT_EQ(tested.count(std::string(option.name)), option.limits.most == 0 ? 0u : 1u) << option.name;
+  for (const NumberOption& option : kNumbers) tested.insert("--" + option.name);
+  for (const TimeOption& option : kTimes) tested.insert("--" + option.name);
+  std::set<std::string> limited;
+  Options options;
+  for (const CLI::Option* const option : options.app().get_options()) {
+    if (option->get_type_name().find('[') != std::string::npos &&
+        option->get_type_name().find("to") != std::string::npos)
+      limited.insert(option->get_name());
   }
+  EXPECT_EQ(tested, limited);
+}
+
+TEST(Options, ShowTheirLimitsInTheHelp) {
+  Options options;
+  const std::string help = options.app().help();
+  const auto expect_limits = [&help](const std::string& name, const std::string& unit, const std::string& least,
+                                     const std::string& most) {
+    const std::size_t at = help.find("\n  --" + name + ' ');
+    ASSERT_NE(at, help.npos) << name;
+    const std::string line = help.substr(at, help.find('\n', at + 1) - at);
+    EXPECT_THAT(line, testing::EndsWith(" [" + least + " to " + most + unit + "]"));
+  };
+  for (const NumberOption& option : kNumbers) expect_limits(option.name, "", option.least, option.most);
+  for (const TimeOption& option : kTimes) expect_limits(option.name, " ps", option.least, option.most);
+}
+
+TEST(Options, ShowWordsAndDefaultsInTheHelp) {
+  Options options;
+  const std::string help = options.app().help();
+  EXPECT_THAT(help, HasSubstr("\nUsage: vq_simulate_stream_file [OPTIONS] [FILE]\n"));
+  EXPECT_THAT(help, HasSubstr("\n  --encoding raw64|delta32|packed_delta\n      encoding of the payload (raw64)\n"));
+  EXPECT_THAT(help, HasSubstr("\n  --delta-bits N [1 to 31]\n      packed_delta: payload bits of a record (16)\n"));
+  EXPECT_THAT(help, HasSubstr(" in a pair (160 ps)\n"));
+  EXPECT_THAT(help, HasSubstr("\n      active channels, from 0 to 3 (0,1)\n"));
 }
 
 TEST(Options, KnowTheirWords) {
   EXPECT_EQ(settings_from({"--encoding=raw64"}).encoding, StreamFormat::raw64);
   EXPECT_EQ(settings_from({"--encoding=delta32"}).encoding, StreamFormat::delta32);
   EXPECT_EQ(settings_from({"--encoding=packed_delta"}).encoding, StreamFormat::packed_delta);
-  EXPECT_EQ(with("mode", "internal").mode, StreamMode::internal);
-  EXPECT_EQ(with("mode", "external").mode, StreamMode::external);
-  EXPECT_EQ(with("tag-format", "ps").tag_format, "ps");
-  EXPECT_EQ(with("tag-format", "raw_cf").tag_format, "raw_cf");
-  EXPECT_EQ(failure("mode", "inside"), "--mode: 'inside' is none of internal, external");
-  EXPECT_EQ(failure("tag-format", "cf"), "--tag-format: 'cf' is none of ps, raw_cf");
-  EXPECT_EQ(failure("channels", "0,4"), "--channels: '0,4' is no list of different channels from 0 to 3, as in 0,1");
+  EXPECT_EQ(settings_from({"--mode=internal"}).mode, StreamMode::internal);
+  EXPECT_EQ(settings_from({"--mode=external"}).mode, StreamMode::external);
+  EXPECT_EQ(settings_from({"--tag-format=ps"}).tag_format, "ps");
+  EXPECT_EQ(settings_from({"--tag-format=raw_cf"}).tag_format, "raw_cf");
+}
+
+TEST(Options, RefuseOtherWords) {
+  EXPECT_EQ(failure({"--encoding=raw32"}), "--encoding: raw32 not in {raw64,delta32,packed_delta}");
+  EXPECT_EQ(failure({"--encoding=RAW64"}), "--encoding: RAW64 not in {raw64,delta32,packed_delta}");
+  EXPECT_EQ(failure({"--encoding=0"}), "--encoding: 0 not in {raw64,delta32,packed_delta}");
+  EXPECT_EQ(failure({"--mode=inside"}), "--mode: inside not in {internal,external}");
+  EXPECT_EQ(failure({"--tag-format=cf"}), "--tag-format: cf not in {ps,raw_cf}");
+}
+
+TEST(Options, OfAnotherEncodingAreRefused) {
+  for (const char* name : {"--delta-bits", "--quantum-ps", "--start-bit"}) {
+    EXPECT_EQ(failure({"--encoding=packed_delta", name, "1"}), "none");
+    for (const char* encoding : {"raw64", "delta32"}) {
+      EXPECT_EQ(failure({"--encoding", encoding, name, "1"}),
+                std::string(name) + ": only with --encoding packed_delta");
+    }
+  }
+  EXPECT_EQ(failure({"--anchor-every=5"}), "--anchor-every: only with --encoding delta32 or packed_delta");
+  EXPECT_EQ(failure({"--anchor-every=5", "--encoding=delta32"}), "none");
+  EXPECT_EQ(failure({"--tag-format=ps", "--encoding=delta32"}), "--tag-format: only with --encoding raw64");
+  EXPECT_EQ(failure({"--tag-format=ps", "--encoding=packed_delta"}), "--tag-format: only with --encoding raw64");
+}
+
+TEST(Options, TakeDifferentChannels) {
+  EXPECT_THAT(active_channels_of(settings_from({"--channels=2"})), ElementsAre(2));
+  EXPECT_THAT(active_channels_of(settings_from({"--channels=3,0,1"})), ElementsAre(0, 1, 3));
+  for (const char* text : {"4", "0,", ",0", "0,0", "0 1", "0;1", "-1", "+1", "0,1,2,3,0"}) {
+    EXPECT_EQ(failure({"--channels", text}),
+              "--channels: '" + std::string(text) + "' is not a list of different channels from 0 to 3, as in 0,1");
+  }
 }
 
 TEST(Options, TakeTwoChannelsForPairs) {
-  const Settings settings = with("pair-channels", "1,0");
+  const Settings settings = settings_from({"--pair-channels", "1,0"});
   EXPECT_EQ(settings.pairs.channel_a, 1u);
   EXPECT_EQ(settings.pairs.channel_b, 0u);
-  EXPECT_EQ(failure("pair-channels", "1"), "--pair-channels: '1' is not two channels, as in 0,1");
-  EXPECT_EQ(failure("pair-channels", "0,1,2"), "--pair-channels: '0,1,2' is not two channels, as in 0,1");
-  EXPECT_EQ(failure("pair-channels", "1,1"),
-            "--pair-channels: '1,1' is no list of different channels from 0 to 3, as in 0,1");
+  for (const char* text : {"1", "0,1,2", "1,1", "0,4"}) {
+    EXPECT_EQ(failure({"--pair-channels", text}),
+              "--pair-channels: '" + std::string(text) + "' is not two different channels from 0 to 3, as in 0,1");
+  }
 }
 
-TEST(Options, TakeListsForTheActiveChannels) {
-  EXPECT_EQ(failure("rate", "1,2,3"), "--rate: give one value, or one for each of the 2 active channels, not 3");
-  EXPECT_EQ(failure("dead-time", "1,2,3"),
-            "--dead-time: give one value, or one for each of the 2 active channels, not 3");
+TEST(Options, TakeTheFirstTwoActiveChannelsForPairsUnlessToldOtherwise) {
+  const Settings settings = settings_from({"--channels=3,1,2"});
+  EXPECT_EQ(settings.pairs.channel_a, 1u);
+  EXPECT_EQ(settings.pairs.channel_b, 2u);
+}
+
+TEST(Options, MakeNoPairsOfOneChannelUnlessToldTo) {
+  EXPECT_EQ(settings_from({"--channels=2"}).pairs.rate_hz, 0u);
+  EXPECT_EQ(settings_from({"--channels=2", "--pair-rate=5"}).pairs.rate_hz, 5u);
+}
+
+TEST(Options, SpreadOneValueOverAllActiveChannels) {
+  const Settings settings = settings_from({"--rate=5", "--dead-time=2ns", "--channels=0,2,3"});
+  for (const unsigned c : {0u, 2u, 3u}) {
+    EXPECT_EQ(settings.channels[c].rate_hz, 5u);
+    EXPECT_EQ(settings.channels[c].dead_time_ps, 2000);
+  }
+  EXPECT_FALSE(settings.channels[1].active);
+  EXPECT_EQ(settings.channels[1].rate_hz, 0u);
+}
+
+TEST(Options, GiveListsToTheChannelsInAscendingOrder) {
+  const Settings settings = settings_from({"--rate=5,6", "--dead-time=1ns,2", "--channels=3,1"});
+  EXPECT_EQ(settings.channels[1].rate_hz, 5u);
+  EXPECT_EQ(settings.channels[3].rate_hz, 6u);
+  EXPECT_EQ(settings.channels[1].dead_time_ps, 1000);
+  EXPECT_EQ(settings.channels[3].dead_time_ps, 2);
+}
+
+TEST(Options, RefuseListsOfAnotherLength) {
+  for (const char* name : {"--rate", "--dead-time"}) {
+    EXPECT_EQ(failure({name, "1,2,3"}),
+              std::string(name) + ": give one value, or one for each of the 2 active channels, not 3");
+    EXPECT_EQ(failure({name, "1,2", "--channels=0,1,2"}),
+              std::string(name) + ": give one value, or one for each of the 3 active channels, not 2");
+  }
+}
+
+TEST(Options, RefuseListsWithAnItemThatIsNone) {
+  EXPECT_EQ(failure({"--rate=5,,0"}), "--rate: '' is not a whole number from 0 to 100000000");
+  EXPECT_EQ(failure({"--rate=5,x"}), "--rate: 'x' is not a whole number from 0 to 100000000");
+  EXPECT_EQ(failure({"--dead-time=1,2m"}),
+            "--dead-time: '2m' is not a time from 0 ps to 1000000000 ps, as in 250, 250ps, 10ns, 2us, 1ms or 3s");
+}
+
+TEST(Options, SetTheUsualNumberOfTagsOnlyWithoutADuration) {
+  EXPECT_EQ(settings_from({"--duration=1s"}).duration_ps, 1'000'000'000'000);
+  EXPECT_FALSE(settings_from({"--duration=1s"}).tags);
+  EXPECT_EQ(settings_from({"--duration=1s", "--tags=5"}).tags, 5u);
+}
+
+TEST(Options, TakeANegativeDelayInEitherForm) {
+  EXPECT_EQ(settings_from({"--delay", "-160"}).pairs.delay_ps, -160);
+  EXPECT_EQ(settings_from({"--delay=-2ns"}).pairs.delay_ps, -2000);
 }
 
 }  // namespace

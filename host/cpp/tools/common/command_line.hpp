@@ -125,11 +125,19 @@ class HelpFormatter : public CLI::Formatter {
     const std::string& value = option->get_default_str();
     return option->get_description() + (value.empty() ? "" : " (" + value + ")");
   }
+  // A blank line before each group, and not two.
+  std::string make_usage(const CLI::App* app, std::string name) const override {
+    return CLI::Formatter::make_usage(app, name) + '\n';
+  }
+  std::string make_group(std::string group, bool is_positional,
+                         std::vector<const CLI::Option*> options) const override {
+    return CLI::Formatter::make_group(group, is_positional, options).substr(1);
+  }
   /// Those that have no "--name" besides.
   std::string make_positionals(const CLI::App* app) const override {
     const auto options = app->get_options(
         [](const CLI::Option* option) { return option->get_positional() && !option->nonpositional(); });
-    return options.empty() ? "" : make_group("Arguments", true, options);
+    return options.empty() ? "" : make_group("Arguments", true, options) + '\n';
   }
 };
 
@@ -137,8 +145,9 @@ class HelpFormatter : public CLI::Formatter {
 inline std::unique_ptr<CLI::App> make_app(const std::string& name, const std::string& description) {
   auto app = std::make_unique<CLI::App>(description, name);
   app->formatter(std::make_shared<HelpFormatter>());
-  app->set_help_flag("-h,--help", "print this help and exit");
-  app->set_version_flag("--version", name + ' ' + std::string(orvo::timing::kVersion), "print the version and exit");
+  app->set_help_flag("-h,--help", "print this help and exit")->group("Help");
+  app->set_version_flag("--version", name + ' ' + std::string(orvo::timing::kVersion), "print the version and exit")
+      ->group("Help");
   return app;
 }
 

@@ -1,148 +1,233 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-// The options: names, limits, what they set, and what the help says of them.
+// The options, and the settings that they make. What an option allows by itself is said where it is added; what
+// several must be together is judged by `check_settings`.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
+#include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/command_line.hpp"
+#include "common/usage_error.hpp"
 #include "orvo/timing/detail/device_time.hpp"
-#include "orvo/timing/stream_file_header.hpp"
-#include "simulate/option_value.hpp"
+#include "orvo/timing/stream_header_json.hpp"
+#include "orvo/timing/time_tag.hpp"
 #include "simulate/settings.hpp"
 
 namespace {
 
-/// The captures that an option means something to.
-enum class OptionScope { any, raw64, anchored, packed };
-
-struct Option {
-  std::string_view name;
-  std::string_view placeholder;  ///< of its value, in the help
-  Limits limits;
-  OptionScope scope;
-  void (*apply)(Settings&, const OptionValue&);
-  std::string_view help;
-
-  bool is_time() const { return placeholder.starts_with("TIME"); }
-};
-
-inline std::vector<unsigned> active_channels_of(const Settings& settings) {
-  std::vector<unsigned> active;
-  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
-    if (settings.channels[c].active) active.push_back(c);
+/// Different channels, as in "0,1,3"; nothing for anything else.
+inline std::optional<std::vector<unsigned>> parse_channels(std::string_view text) {
+  std::vector<unsigned> channels;
+  for (const std::string& item : split_list(text)) {
+    const auto channel = parse_whole_number<unsigned>(item);
+    if (!channel || *channel >= orvo::timing::kChannels) return std::nullopt;
+    if (std::find(channels.begin(), channels.end(), *channel) != channels.end()) return std::nullopt;
+    channels.push_back(*channel);
   }
-  return active;
+  return channels;
 }
 
-/// The first two active channels make pairs unless told otherwise.
-inline void set_active_channels(Settings& settings, const std::vector<unsigned>& channels) {
-  for (ChannelSettings& channel : settings.channels) channel = {};
-  for (const unsigned c : channels) settings.channels[c] = {true, ChannelSettings::kUsualRateHz, 0};
-  const std::vector<unsigned> active = active_channels_of(settings);
-  settings.pairs.channel_a = active.front();
-  settings.pairs.channel_b = active.size() > 1 ? active[1] : active.front();
-  if (active.size() == 1) settings.pairs.rate_hz = 0;
+inline CLI::Validator channel_list() {
+  const auto check = [](std::string& text) -> std::string {
+    if (parse_channels(text)) return {};
+    return "'" + text + "' is not a list of different channels from 0 to 3, as in 0,1";
+  };
+  return {check, ""};
 }
 
-inline void set_rates(Settings& settings, const OptionValue& value) {
-  const std::vector<unsigned> active = active_channels_of(settings);
-  const std::vector<std::uint64_t> rates = value.numbers(active.size());
-  for (std::size_t i = 0; i < active.size(); ++i) settings.channels[active[i]].rate_hz = rates[i];
+inline CLI::Validator channel_pair() {
+  const auto check = [](std::string& text) -> std::string {
+    const auto channels = parse_channels(text);
+    if (channels && channels->size() == 2) return {};
+    return "'" + text + "' is not two different channels from 0 to 3, as in 0,1";
+  };
+  return {check, ""};
 }
 
-inline void set_dead_times(Settings& settings, const OptionValue& value) {
-  const std::vector<unsigned> active = active_channels_of(settings);
-  const std::vector<std::int64_t> times = value.times_ps(active.size());
-  for (std::size_t i = 0; i < active.size(); ++i) settings.channels[active[i]].dead_time_ps = times[i];
-}
+constexpr const char* kDescription =
+    "Writes a time-tag stream capture as a converter would record it: uncorrelated\n"
+    "tags on every active channel, and correlated pairs on two of them. The same\n"
+    "options and seed give the same file, byte for byte. Prints on standard output\n"
+    "what a verification of the capture should find.\n"
+    "\n"
+    "A TIME is a whole number with a unit (ps, ns, us, ms, s), or of picoseconds.\n"
+    "Brackets hold the allowed range, parentheses the default.\n";
 
-inline void set_pair_channels(Settings& settings, const OptionValue& value) {
-  const std::vector<unsigned> channels = value.channels();
-  if (channels.size() != 2)
-    throw UsageError("--pair-channels: '" + value.text() + "' is not two channels, as in 0,1");
-  settings.pairs.channel_a = channels[0];
-  settings.pairs.channel_b = channels[1];
-}
+constexpr const char* kFooter =
+    "Each active channel has to click at least 100 times per second, pairs included,\n"
+    "or never. In internal mode packed_delta needs channels of similar rates: the\n"
+    "highest at most 1.5 times the lowest.\n"
+    "Exit status: 0 done, 64 unusable options, 1 any other failure. The capture is\n"
+    "either complete or not there.";
 
-inline constexpr Limits kAnyWord{};
-inline constexpr std::uint64_t kMostBytes = 1'000'000'000'000;
-inline constexpr std::uint64_t kMillisecondPs = 1'000'000'000;
+/// The command line of the simulator. `app()` is bound to it, so that it stays where it is.
+class Options {
+ public:
+  Options() {
+    app_->footer(kFooter);
+    add_capture_options();
+    add_encoding_options();
+    add_channel_options();
+    add_pair_options();
+    add_damage_options();
+  }
+  Options(const Options&) = delete;
+  Options& operator=(const Options&) = delete;
 
-/// In the order in which they are applied, whatever their order on the command line.
-inline constexpr Option kOptions[] = {
-    {"out", "FILE", kAnyWord, OptionScope::any, [](Settings& s, const OptionValue& v) { s.out = v.text(); },
-     "the capture to write; a first argument without a name is the same"},
-    {"encoding", "WORD", kAnyWord, OptionScope::any,
-     [](Settings& s, const OptionValue& v) {
-       s.encoding = static_cast<orvo::timing::StreamFormat>(v.choice({"raw64", "delta32", "packed_delta"}));
-     },
-     "raw64 (if nothing is said), delta32 or packed_delta"},
-    {"tag-format", "WORD", kAnyWord, OptionScope::raw64,
-     [](Settings& s, const OptionValue& v) {
-       s.tag_format = v.choice({"ps", "raw_cf"}) == 0 ? "ps" : "raw_cf";
-     },
-     "of raw64 words: ps, or raw_cf for coarse and fine counts (ps)"},
-    {"delta-bits", "N", Limits{1, 31}, OptionScope::packed,
-     [](Settings& s, const OptionValue& v) { s.delta_bits = static_cast<unsigned>(v.number()); },
-     "payload bits of a packed record (16)"},
-    {"quantum-ps", "N", Limits{1, 65'535}, OptionScope::packed,
-     [](Settings& s, const OptionValue& v) { s.quantum_ps = static_cast<unsigned>(v.number()); },
-     "time quantum of packed records, of which the power of two counts (8)"},
-    {"start-bit", "N", Limits{0, 7}, OptionScope::packed,
-     [](Settings& s, const OptionValue& v) { s.start_bit = static_cast<unsigned>(v.number()); },
-     "bit of the first byte at which packed records start (0)"},
-    {"anchor-every", "N", Limits{1, 1'000'000}, OptionScope::anchored,
-     [](Settings& s, const OptionValue& v) { s.anchor_every = v.number(); },
-     "tags of a channel from one time base or anchor to the next (1000)"},
-    {"mode", "WORD", kAnyWord, OptionScope::any,
-     [](Settings& s, const OptionValue& v) {
-       s.mode = static_cast<orvo::timing::StreamMode>(v.choice({"internal", "external"}));
-     },
-     "internal or external (external)"},
-    {"channels", "N[,N...]", kAnyWord, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { set_active_channels(s, v.channels()); }, "active channels (0,1)"},
-    {"rate", "N[,N...]", Limits{0, 100'000'000}, OptionScope::any, set_rates,
-     "uncorrelated tags per second: one number, or one for each active channel (100000)"},
-    {"dead-time", "TIME[,TIME...]", Limits{0, kMillisecondPs}, OptionScope::any, set_dead_times,
-     "for which a channel is blind behind a tag: one time, or one for each active channel (0)"},
-    {"pair-channels", "A,B", kAnyWord, OptionScope::any, set_pair_channels,
-     "channels of the correlated pairs (the first two active ones)"},
-    {"pair-rate", "N", Limits{0, 100'000'000}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.pairs.rate_hz = v.number(); }, "correlated pairs per second (50000)"},
-    {"delay", "TIME", Limits{-static_cast<std::int64_t>(kMillisecondPs), kMillisecondPs}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.pairs.delay_ps = v.time_ps(); }, "of B behind A in a pair (160)"},
-    {"jitter", "TIME", Limits{0, 1'000'000}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.pairs.jitter_ps = v.time_ps(); },
-     "standard deviation of the delay, Gaussian (40)"},
-    {"range", "TIME", Limits{1, kMillisecondPs}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.pairs.range_ps = v.time_ps(); },
-     "distance from the delay up to which coincidences are told (5000)"},
-    {"tags", "N", Limits{0, 1'000'000'000'000}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.tags = v.number(); }, "length of the capture in tags (1000000)"},
-    {"duration", "TIME", Limits{0, static_cast<std::uint64_t>(kLongestPs)}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.duration_ps = v.time_ps(); }, "length of the capture in time"},
-    {"start", "TIME", Limits{0, orvo::timing::detail::kDevicePeriodPs - 1}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.start_ps = v.time_ps(); },
-     "device time at the start; it wraps at 14315125997568 ps (0)"},
-    {"seed", "N", Limits{0, std::numeric_limits<std::uint64_t>::max()}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.seed = v.number(); }, "of the random numbers (1)"},
-    {"front-garbage", "N", Limits{0, kMostBytes}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.damage.front_garbage_bytes = v.number(); },
-     "bytes of garbage before the payload (0)"},
-    {"garbage", "N", Limits{0, kMostBytes}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.damage.garbage_bytes = v.number(); },
-     "bytes of garbage inside the payload (0)"},
-    {"garbage-at", "N", Limits{0, kMostBytes}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.damage.garbage_at = v.number(); },
-     "payload byte before which that garbage stands (0)"},
-    {"flip-every", "N", Limits{0, kMostBytes}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.damage.flip_every_bytes = v.number(); },
-     "one random bit is flipped in each stretch of so many bytes; 0 flips none (0)"},
-    {"cut-tail", "N", Limits{0, kMostBytes}, OptionScope::any,
-     [](Settings& s, const OptionValue& v) { s.damage.cut_tail_bytes = v.number(); },
-     "bytes cut off the end of the payload (0)"},
+  CLI::App& app() { return *app_; }
+
+  /// What `app()` has parsed, each setting valid by itself. Throws `UsageError` for an option that the capture's
+  /// encoding does not have, and for a list that has not one value for each active channel.
+  Settings settings() const {
+    using orvo::timing::StreamFormat;
+    Settings settings = settings_;
+    settings.out = out_;
+    settings.encoding = orvo::timing::detail::stream_format_from_text(encoding_);
+    settings.mode = orvo::timing::detail::stream_mode_from_text(mode_);
+    refuse_unless(settings.encoding == StreamFormat::raw64, {"--tag-format"}, "raw64");
+    refuse_unless(settings.is_packed(), {"--delta-bits", "--quantum-ps", "--start-bit"}, "packed_delta");
+    refuse_unless(settings.encoding != StreamFormat::raw64, {"--anchor-every"}, "delta32 or packed_delta");
+    set_channels(settings);
+    if (given("--duration")) settings.duration_ps = duration_ps_;
+    if (given("--tags") || !given("--duration")) settings.tags = tags_;
+    return settings;
+  }
+
+ private:
+  static constexpr std::uint64_t kMillisecondPs = 1'000'000'000;
+  static constexpr Limits kRateHz{0, 100'000'000};
+  static constexpr Limits kDeadTimePs{0, kMillisecondPs};
+  static constexpr Limits kBytes{0, 1'000'000'000'000};
+
+  void add_capture_options() {
+    app_->option_defaults()->group("Capture");
+    app_->add_option("FILE,--out", out_, "the capture to write; the name alone is enough")->type_name("FILE");
+    add_word(*app_, "--encoding", encoding_, {"raw64", "delta32", "packed_delta"}, "encoding of the payload");
+    add_word(*app_, "--mode", mode_, {"internal", "external"}, "clocking, as the header tells it");
+    add_number(*app_, "--tags", tags_, {0, 1'000'000'000'000}, "length of the capture in tags");
+    add_time(*app_, "--duration", duration_ps_, {0, static_cast<std::uint64_t>(kLongestPs)},
+             "length of the capture in time, instead of --tags")
+        ->default_str("");
+    add_time(*app_, "--start", settings_.start_ps, {0, orvo::timing::detail::kDevicePeriodPs - 1},
+             "device time at the start; it wraps at 14315125997568 ps");
+    add_number(*app_, "--seed", settings_.seed, {0, std::numeric_limits<std::uint64_t>::max()},
+               "seed of the random numbers");
+  }
+
+  void add_encoding_options() {
+    app_->option_defaults()->group("Encoding");
+    add_word(*app_, "--tag-format", settings_.tag_format, {"ps", "raw_cf"},
+             "raw64: words of picoseconds, or of coarse and fine counts");
+    add_number(*app_, "--anchor-every", settings_.anchor_every, {1, 1'000'000},
+               "delta32, packed_delta: tags of a channel from one time base or anchor to\n"
+               "the next");
+    add_number(*app_, "--delta-bits", settings_.delta_bits, {1, 31}, "packed_delta: payload bits of a record");
+    add_number(*app_, "--quantum-ps", settings_.quantum_ps, {1, 65'535},
+               "packed_delta: time quantum, of which the largest power of two that\n"
+               "divides it is used");
+    add_number(*app_, "--start-bit", settings_.start_bit, {0, 7},
+               "packed_delta: bit of the payload's first byte at which records start");
+  }
+
+  void add_channel_options() {
+    app_->option_defaults()->group("Channels");
+    app_->add_option("--channels", channels_, "active channels, from 0 to 3")
+        ->transform(channel_list())
+        ->type_name("N[,N...]")
+        ->capture_default_str();
+    app_->add_option("--rate", rates_hz_,
+                     "uncorrelated tags per second: one number for all active channels, or one\nfor each, lowest "
+                     "channel first")
+        ->transform(list_of(whole_number(kRateHz)))
+        ->type_name("N[,N...] [" + to_text(kRateHz) + "]")
+        ->capture_default_str();
+    app_->add_option("--dead-time", dead_times_ps_,
+                     "how long a channel is blind after a tag: one time for all active channels,\nor one for each, "
+                     "lowest channel first")
+        ->transform(list_of(time_ps(kDeadTimePs)))
+        ->type_name("TIME[,TIME...] [" + to_text(kDeadTimePs) + " ps]")
+        ->default_str("0 ps");
+  }
+
+  void add_pair_options() {
+    app_->option_defaults()->group("Pairs");
+    app_->add_option("--pair-channels", pair_channels_, "channels A and B of the correlated pairs")
+        ->transform(channel_pair())
+        ->type_name("A,B")
+        ->default_str("the first two active channels");
+    add_number(*app_, "--pair-rate", settings_.pairs.rate_hz, kRateHz, "correlated pairs per second")
+        ->default_str("50000, or 0 with one active channel");
+    add_time(*app_, "--delay", settings_.pairs.delay_ps, {-static_cast<std::int64_t>(kMillisecondPs), kMillisecondPs},
+             "how much later than A channel B clicks in a pair");
+    add_time(*app_, "--jitter", settings_.pairs.jitter_ps, {0, 1'000'000},
+             "standard deviation of the delay, which is Gaussian");
+    add_time(*app_, "--range", settings_.pairs.range_ps, {1, kMillisecondPs},
+             "largest distance from the delay that counts as a coincidence");
+  }
+
+  void add_damage_options() {
+    app_->option_defaults()->group("Damage to the encoded payload");
+    DamageSettings& damage = settings_.damage;
+    add_number(*app_, "--front-garbage", damage.front_garbage_bytes, kBytes, "bytes of garbage before the payload");
+    add_number(*app_, "--garbage", damage.garbage_bytes, kBytes, "bytes of garbage inside the payload");
+    add_number(*app_, "--garbage-at", damage.garbage_at, kBytes, "payload byte before which that garbage stands");
+    add_number(*app_, "--flip-every", damage.flip_every_bytes, kBytes,
+               "flips one random bit in every stretch of this many bytes; 0 flips none");
+    add_number(*app_, "--cut-tail", damage.cut_tail_bytes, kBytes, "bytes cut off the end of the payload");
+  }
+
+  bool given(const std::string& name) const { return app_->count(name) != 0; }
+
+  void refuse_unless(bool allowed, std::initializer_list<const char*> names, const std::string& encodings) const {
+    for (const std::string name : names) {
+      if (!allowed && given(name)) throw UsageError(name + ": only with --encoding " + encodings);
+    }
+  }
+
+  /// The items of a list, or one item `count` times.
+  static std::vector<std::int64_t> one_for_each(const std::string& name, const std::string& list, std::size_t count) {
+    std::vector<std::int64_t> values;
+    for (const std::string& item : split_list(list)) values.push_back(std::stoll(item));
+    if (values.size() == 1) values.resize(count, values.front());
+    if (values.size() == count) return values;
+    throw UsageError(name + ": give one value, or one for each of the " + std::to_string(count) +
+                     " active channels, not " + std::to_string(values.size()));
+  }
+
+  void set_channels(Settings& settings) const {
+    set_active_channels(settings, *parse_channels(channels_));
+    const std::vector<unsigned> active = active_channels_of(settings);
+    const std::vector<std::int64_t> rates_hz = one_for_each("--rate", rates_hz_, active.size());
+    const std::vector<std::int64_t> dead_times_ps = one_for_each("--dead-time", dead_times_ps_, active.size());
+    for (std::size_t i = 0; i < active.size(); ++i) {
+      settings.channels[active[i]].rate_hz = static_cast<std::uint64_t>(rates_hz[i]);
+      settings.channels[active[i]].dead_time_ps = dead_times_ps[i];
+    }
+    if (active.size() == 1 && !given("--pair-rate")) settings.pairs.rate_hz = 0;
+    if (!given("--pair-channels")) return;
+    const std::vector<unsigned> pair = *parse_channels(pair_channels_);
+    settings.pairs.channel_a = pair[0];
+    settings.pairs.channel_b = pair[1];
+  }
+
+  std::unique_ptr<CLI::App> app_ = make_app("vq_simulate_stream_file", kDescription);
+  Settings settings_;  // what needs no other option to be understood
+  std::string out_;
+  std::string encoding_ = "raw64";
+  std::string mode_ = "external";
+  std::uint64_t tags_ = 1'000'000;
+  std::int64_t duration_ps_ = 0;
+  std::string channels_ = "0,1";
+  std::string rates_hz_ = "100000";
+  std::string dead_times_ps_ = "0";
+  std::string pair_channels_;
 };
 
 }  // namespace

@@ -1,22 +1,20 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-#include <exception>
 #include <ostream>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "common/command_line.hpp"
 #include "common/console.hpp"
-#include "common/exit_status.hpp"
 #include "common/progress.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "simulate/capture_file.hpp"
-#include "simulate/command_line.hpp"
 #include "simulate/damage.hpp"
 #include "simulate/delta32_encoder.hpp"
 #include "simulate/ground_truth.hpp"
-#include "simulate/help_text.hpp"
+#include "simulate/options.hpp"
 #include "simulate/packed_encoder.hpp"
 #include "simulate/raw64_encoder.hpp"
 #include "simulate/settings_rules.hpp"
@@ -84,22 +82,12 @@ inline void write_capture(const Settings& settings, Console& console) {
 
 /// The whole program, given its arguments without its name: to the exit status.
 inline int run(const std::vector<std::string>& arguments, Console console) {
-  try {
-    if (help_wanted(arguments)) {
-      print_help(console.out);
-      return kExitDone;
-    }
-    const Settings settings = settings_from(arguments);
+  Options options;
+  return run_app(options.app(), arguments, console, [&] {
+    const Settings settings = options.settings();
     check_settings(settings);
     write_capture(settings, console);
-    return kExitDone;
-  } catch (const UsageError& error) {
-    console.err << error.what() << '\n';
-    return kExitUsage;
-  } catch (const std::exception& error) {
-    console.err << error.what() << '\n';
-    return kExitFailed;
-  }
+  });
 }
 
 }  // namespace

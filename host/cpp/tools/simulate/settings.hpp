@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/time_tag.hpp"
@@ -15,8 +16,6 @@ namespace {
 
 /// What one input sees.
 struct ChannelSettings {
-  static constexpr std::uint64_t kUsualRateHz = 100'000;
-
   bool active = false;
   std::uint64_t rate_hz = 0;  ///< background, Poisson
   std::int64_t dead_time_ps = 0;
@@ -45,8 +44,6 @@ struct DamageSettings {
 
 /// Everything a capture depends on.
 struct Settings {
-  static constexpr std::uint64_t kUsualTags = 1'000'000;
-
   std::filesystem::path out;
   orvo::timing::StreamFormat encoding = orvo::timing::StreamFormat::raw64;
   orvo::timing::StreamMode mode = orvo::timing::StreamMode::external;
@@ -82,6 +79,22 @@ struct Settings {
     return rate_hz / (1 + rate_hz * 1e-12 * static_cast<double>(channels[channel].dead_time_ps));
   }
 };
+
+inline std::vector<unsigned> active_channels_of(const Settings& settings) {
+  std::vector<unsigned> active;
+  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+    if (settings.channels[c].active) active.push_back(c);
+  }
+  return active;
+}
+
+/// Activates these channels, at least one. The two lowest make the pairs.
+inline void set_active_channels(Settings& settings, const std::vector<unsigned>& channels) {
+  for (const unsigned c : channels) settings.channels[c].active = true;
+  const std::vector<unsigned> active = active_channels_of(settings);
+  settings.pairs.channel_a = active.front();
+  settings.pairs.channel_b = active.size() > 1 ? active[1] : active.front();
+}
 
 /// No simulation goes on for longer: 1,000,000 s.
 inline constexpr std::int64_t kLongestPs = 1'000'000'000'000'000'000;

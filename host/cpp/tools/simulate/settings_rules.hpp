@@ -1,6 +1,6 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-// What settings must be together, so that the capture can be simulated and decodes to exactly what was simulated.
+// The rules between settings. Those that keep them give a capture that decodes to exactly what was simulated.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "common/usage_error.hpp"
-#include "simulate/options.hpp"
 #include "simulate/settings.hpp"
 
 namespace {
@@ -26,14 +25,15 @@ inline void check_pairs(const Settings& settings) {
   }
 }
 
-/// Gaps of a second would read as wraps of the device time. At 100 tags per second there is none in 10^43.
+/// A gap of a second could be taken for a wrap of the device time. At 100 tags per second one gap in 10^43 is as
+/// long.
 inline void check_rates(const Settings& settings) {
   constexpr std::uint64_t kLeastHz = 100;
   for (const unsigned c : active_channels_of(settings)) {
     const std::uint64_t rate_hz = settings.total_rate_hz(c);
     if (rate_hz != 0 && rate_hz < kLeastHz) {
       throw UsageError("--rate, --pair-rate: channel " + std::to_string(c) + " would click " +
-                       std::to_string(rate_hz) + " times per second; 0 or at least 100 is needed");
+                       std::to_string(rate_hz) + " times per second; it takes 0, or at least 100");
     }
   }
 }
@@ -46,31 +46,30 @@ inline void check_length(const Settings& settings) {
   if (rate_hz == 0) throw UsageError("--tags: no channel ever clicks (--rate, --pair-rate)");
   constexpr double kLongestSeconds = 900'000;
   if (static_cast<double>(*settings.tags) / rate_hz > kLongestSeconds) {
-    throw UsageError("--tags: " + std::to_string(*settings.tags) + " take longer than 900000 s at these rates");
+    throw UsageError("--tags: " + std::to_string(*settings.tags) + " would take more than 900000 s at these rates");
   }
 }
 
-/// Decoders find the records of several channels by two that click, or in internal mode by all, at similar rates.
+/// Decoders align packed records by two channels that click; in internal mode by all, which click at similar rates.
 inline void check_packed(const Settings& settings) {
   std::vector<double> rates_hz;
   for (const unsigned c : active_channels_of(settings)) rates_hz.push_back(settings.stored_rate_hz(c));
   if (rates_hz.size() < 2) return;
   std::sort(rates_hz.begin(), rates_hz.end());
   if (rates_hz[rates_hz.size() - 2] == 0) {
-    throw UsageError("--rate: of several active channels at least two must click in packed_delta");
+    throw UsageError("--rate: packed_delta needs at least two channels that click, where several are active");
   }
   constexpr double kMostUneven = 1.5;
   if (settings.mode == orvo::timing::StreamMode::internal && rates_hz.back() > kMostUneven * rates_hz.front()) {
     throw UsageError(
-        "--rate: in packed_delta of internal mode the highest rate of an active channel, pairs included, "
-        "is at most 1.5 times the lowest");
+        "--rate: packed_delta in internal mode needs similar rates: the highest, pairs included, may be at most 1.5 "
+        "times the lowest");
   }
 }
 
-/// Throws `UsageError` for settings that make no capture.
+/// Throws `UsageError` for settings that no capture can have.
 inline void check_settings(const Settings& settings) {
-  if (settings.out.empty())
-    throw UsageError("no file given: name the capture to write, or --out (--help tells more)");
+  if (settings.out.empty()) throw UsageError("no file given: name the capture to write (--help lists the options)");
   check_pairs(settings);
   check_rates(settings);
   check_length(settings);
