@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "orvo/timing/byte_queue.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/tag_sink.hpp"
 #include "orvo/timing/time_tag.hpp"
@@ -35,6 +36,9 @@ struct StreamDecoder {
   /// The same into a sink. What the sink throws passes through.
   template <TagSink Sink>
   void feed(std::span<const std::uint8_t> bytes, Sink& sink);
+  /// The same with an observer (see payload_observer.hpp), in place of the debug log.
+  template <TagSink Sink, PayloadObserver Observer>
+  void feed(std::span<const std::uint8_t> bytes, Sink& sink, Observer& observer);
 
   // One encoding, whatever the header says: decodes what was appended to `pending_bytes` since the last call.
   std::vector<TimeTag> feed_raw64();

@@ -8,6 +8,7 @@
 
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/error.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/stream_file_layout.hpp"
@@ -40,6 +41,9 @@ class StreamFileReader {
   /// false when the payload is exhausted. Not to be mixed with `decode_next_tags` on one file. Throws as that does.
   template <TagSink Sink>
   bool decode_next_chunk(std::uint64_t max_bytes, Sink& sink);
+  /// The same with an observer (see payload_observer.hpp), in place of the debug log.
+  template <TagSink Sink, PayloadObserver Observer>
+  bool decode_next_chunk(std::uint64_t max_bytes, Sink& sink, Observer& observer);
 
  private:
   bool read_exactly(char* target, std::size_t size);
@@ -118,6 +122,14 @@ bool StreamFileReader::decode_next_chunk(std::uint64_t max_bytes, Sink& sink) {
   if (!decoder_) decoder_ = std::make_unique<StreamDecoder>(header_);
   if (!read_payload(max_bytes)) return false;
   detail::decode_pending(*decoder_, sink);
+  return true;
+}
+
+template <TagSink Sink, PayloadObserver Observer>
+bool StreamFileReader::decode_next_chunk(std::uint64_t max_bytes, Sink& sink, Observer& observer) {
+  if (!decoder_) decoder_ = std::make_unique<StreamDecoder>(header_);
+  if (!read_payload(max_bytes)) return false;
+  detail::decode_pending(*decoder_, sink, observer);
   return true;
 }
 

@@ -9,6 +9,7 @@
 
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
 #include "orvo/timing/tag_sink.hpp"
 
@@ -16,6 +17,7 @@ namespace orvo::timing::detail {
 
 /// Word:  31 control | 30..29 channel, or kind of control word | 28..25 type | 24..0 payload
 struct Delta32Word {
+  static constexpr std::uint64_t kBytes = 4;
   static constexpr unsigned kPayloadBits = 25;
   std::uint32_t bits;
 
@@ -50,7 +52,10 @@ inline void reset_delta32_frame(StreamDecoder& decoder, std::uint32_t frame_stat
   decoder.d32_extension = 0;
 }
 
-inline void lose_delta32_sync(StreamDecoder& decoder) {
+template <PayloadObserver Observer>
+void lose_delta32_sync(StreamDecoder& decoder, LossReason reason, Observer& observer) {
+  observer.sync_lost(reason);
+  observer.passed(PayloadClass::broken_words, Delta32Word::kBytes);
   decoder.d32_synced = false;
   reset_delta32_frame(decoder, kDelta32Data);
 }
@@ -65,8 +70,8 @@ inline std::int64_t delta32_time_from_base(const StreamDecoder& decoder, unsigne
   return static_cast<std::int64_t>(base_ps + delta_ps);
 }
 
-template <TagSink Sink>
-void decode_delta32_event(StreamDecoder& decoder, Delta32Word word, Sink& sink) {
+template <TagSink Sink, PayloadObserver Observer>
+void decode_delta32_event(StreamDecoder& decoder, Delta32Word word, Sink& sink, Observer& observer) {
   const unsigned c = word.channel();
   const std::uint64_t delta_ps = (decoder.d32_extension << Delta32Word::kPayloadBits) + word.payload();
   decoder.d32_extension = 0;
@@ -75,41 +80,57 @@ void decode_delta32_event(StreamDecoder& decoder, Delta32Word word, Sink& sink) 
   std::int64_t time_ps = 0;
   if (decoder.d32_base_valid) {
     time_ps = delta32_time_from_base(decoder, c, delta_ps);
-    if (has_time && last_ps >= time_ps) return lose_delta32_sync(decoder);
+    if (has_time && last_ps >= time_ps) return lose_delta32_sync(decoder, LossReason::event_not_later, observer);
+    observer.anchored(c);
     decoder.d32_base_valid = false;
     decoder.d32_base = 0;
   } else {
-    if (!has_time) return;
+    if (!has_time) return observer.untimed();
     time_ps = add_wrapping(last_ps, without_wrap_step(delta_ps, reference_ps(last_ps), wrap_step_ps(kBaseModulus)));
   }
   decoder.d32_last_time[c] = time_ps;
   decoder.d32_has_time[c] = true;
+  observer.tag(c);
   sink.add(c, time_ps);
 }
 
+/// Why a word that is out of place among the data words is.
+constexpr LossReason stray_delta32_word(Delta32Word word) {
+  if (word.is_extension()) return LossReason::extension_after_base;
+  return word.is_base_low() || word.is_base_high() ? LossReason::stray_base : LossReason::unknown_word;
+}
+
 /// One word in sync. A word that does not fit its place costs the sync.
-template <TagSink Sink>
-void decode_delta32_word(StreamDecoder& decoder, Delta32Word word, Sink& sink) {
-  if (decoder.d32_frame_state == kDelta32Data && word.is_event()) return decode_delta32_event(decoder, word, sink);
-  if (word.is_sync()) return reset_delta32_frame(decoder, kDelta32ExpectBaseLow);
+template <TagSink Sink, PayloadObserver Observer>
+void decode_delta32_word(StreamDecoder& decoder, Delta32Word word, Sink& sink, Observer& observer) {
+  if (decoder.d32_frame_state == kDelta32Data && word.is_event()) {
+    return decode_delta32_event(decoder, word, sink, observer);
+  }
+  if (word.is_sync()) {
+    observer.passed(PayloadClass::sync_words, Delta32Word::kBytes);
+    return reset_delta32_frame(decoder, kDelta32ExpectBaseLow);
+  }
   switch (decoder.d32_frame_state) {
     case kDelta32Data:
-      if (word.is_marker()) return;
-      if (!word.is_extension() || decoder.d32_base_valid) return lose_delta32_sync(decoder);
+      if (word.is_marker()) return observer.passed(PayloadClass::markers, Delta32Word::kBytes);
+      if (!word.is_extension() || decoder.d32_base_valid) {
+        return lose_delta32_sync(decoder, stray_delta32_word(word), observer);
+      }
       decoder.d32_extension += word.payload();
-      return;
+      return observer.passed(PayloadClass::extensions, Delta32Word::kBytes);
     case kDelta32ExpectBaseLow:
-      if (!word.is_base_low()) return lose_delta32_sync(decoder);
+      if (!word.is_base_low()) return lose_delta32_sync(decoder, LossReason::no_base_low, observer);
       decoder.d32_base_low = word.payload();
       decoder.d32_frame_state = kDelta32ExpectBaseHigh;
-      return;
+      return observer.passed(PayloadClass::time_bases, Delta32Word::kBytes);
     default:
-      if (!word.is_base_high()) return lose_delta32_sync(decoder);
+      if (!word.is_base_high()) return lose_delta32_sync(decoder, LossReason::no_base_high, observer);
       decoder.d32_base = std::uint64_t{word.payload()} << Delta32Word::kPayloadBits | decoder.d32_base_low;
       decoder.d32_base_valid = true;
       decoder.d32_base_low = 0;
       decoder.d32_extension = 0;
       decoder.d32_frame_state = kDelta32Data;
+      return observer.passed(PayloadClass::time_bases, Delta32Word::kBytes);
   }
 }
 
@@ -123,9 +144,9 @@ inline const std::uint8_t* find_delta32_sync(const std::uint8_t* at, const std::
 
 /// The fast path: decodes events that only chain on their channel's last time, up to the first word that is anything
 /// else, and returns where it stopped. A difference of one word is far too short to hold a wrap step.
-template <TagSink Sink>
+template <TagSink Sink, PayloadObserver Observer>
 const std::uint8_t* decode_delta32_events(StreamDecoder& decoder, const std::uint8_t* at, const std::uint8_t* end,
-                                          Sink& sink) {
+                                          Sink& sink, Observer& observer) {
   if (decoder.d32_frame_state != kDelta32Data || decoder.d32_base_valid || decoder.d32_extension != 0) return at;
   std::array<std::int64_t, kChannels> last_ps = decoder.d32_last_time;
   const std::array<bool, kChannels> has_time = decoder.d32_has_time;
@@ -134,33 +155,42 @@ const std::uint8_t* decode_delta32_events(StreamDecoder& decoder, const std::uin
     const unsigned c = word.channel();
     if (!word.is_event() || !has_time[c]) break;
     last_ps[c] = add_wrapping(last_ps[c], word.payload());
+    observer.tag(c);
     sink.add(c, last_ps[c]);
   }
   decoder.d32_last_time = last_ps;
   return at;
 }
 
-/// Decodes the pending bytes. In sync 0 to 3 bytes stay pending; while searching the last 3 stay, whatever they are.
-template <TagSink Sink>
-void decode_delta32(StreamDecoder& decoder, Sink& sink) {
+/// Decodes the pending bytes. In sync 0 to 3 bytes stay pending; while searching the last 3 stay, whatever they are:
+/// a part of the word that cost the sync may be among them.
+template <TagSink Sink, PayloadObserver Observer>
+void decode_delta32(StreamDecoder& decoder, Sink& sink, Observer& observer) {
   const std::uint8_t* const begin = decoder.pending_bytes.begin();
   const std::uint8_t* const end = decoder.pending_bytes.end();
   const std::uint8_t* at = begin;
   sink.begin_chunk(decoder.pending_bytes.size() / 4);
+  observer.begin_chunk();
   for (;;) {
     if (!decoder.d32_synced) {
       const std::uint8_t* const found = find_delta32_sync(at, end);
       if (found == end) {
-        at = end - std::min<std::ptrdiff_t>(end - begin, 3);
+        const std::uint8_t* const kept = end - std::min<std::ptrdiff_t>(end - begin, 3);
+        if (kept < at) observer.returned(static_cast<std::uint64_t>(at - kept));
+        if (kept > at) observer.passed(PayloadClass::searched, static_cast<std::uint64_t>(kept - at));
+        at = kept;
         break;
       }
-      at = found + 4;
+      observer.passed(PayloadClass::searched, static_cast<std::uint64_t>(found - at));
+      observer.framed();
+      observer.passed(PayloadClass::sync_words, Delta32Word::kBytes);
+      at = found + Delta32Word::kBytes;
       decoder.d32_synced = true;
       reset_delta32_frame(decoder, kDelta32ExpectBaseLow);
     }
-    at = decode_delta32_events(decoder, at, end, sink);
+    at = decode_delta32_events(decoder, at, end, sink, observer);
     if (end - at < 4) break;
-    decode_delta32_word(decoder, Delta32Word{load_be32(at)}, sink);
+    decode_delta32_word(decoder, Delta32Word{load_be32(at)}, sink, observer);
     at += 4;
   }
   sink.end_chunk();

@@ -15,16 +15,10 @@
 #include "orvo/timing/detail/packed_debug_log.hpp"
 #include "orvo/timing/detail/packed_record.hpp"
 #include "orvo/timing/detail/packed_trials.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
-
-/// How evenly counts spread over the active channels.
-struct ChannelBalance {
-  std::uint64_t min = 0;
-  std::uint64_t max = 0;
-  std::uint64_t total = 0;
-};
 
 template <class Count>
 ChannelBalance channel_balance(const std::array<Count, kChannels>& counts, unsigned active) {
@@ -157,24 +151,31 @@ inline std::vector<AlignmentTrial> alignment_trials(std::span<const std::uint8_t
   return trials;
 }
 
+/// See StreamDecoder::probe_packed_alignment.
+template <PayloadObserver Observer>
+PackedAlignment probe_packed_alignment(const StreamDecoder& decoder, std::int32_t delta_bits, std::int32_t width,
+                                       Observer& observer) {
+  if (decoder.pending_bytes.empty() || delta_bits < 1 || delta_bits > 31 || width < 1) return {};
+  const AlignmentRules rules(decoder.header, {static_cast<std::uint32_t>(delta_bits)});
+  const std::vector<AlignmentTrial> trials = alignment_trials(decoder.pending_bytes.bytes(), rules);
+  AlignmentChoice choice(rules);
+  for (const AlignmentTrial& trial : trials) choice.consider(trial);
+  if (choice.best() != nullptr) return choice.best()->alignment();
+  if (const AlignmentTrial* const rejected = choice.rejected()) {
+    const PackedAlignment at = rejected->alignment();
+    observer.alignment_refused(
+        {at.drop_bytes, at.bit_offset, rejected->synced_count, rules.active_count, rejected->balance});
+  }
+  return {};
+}
+
 }  // namespace orvo::timing::detail
 
 namespace orvo::timing {
 
 inline PackedAlignment StreamDecoder::probe_packed_alignment(std::int32_t delta_bits, std::int32_t width) {
-  if (pending_bytes.empty() || delta_bits < 1 || delta_bits > 31 || width < 1) return {};
-  const detail::AlignmentRules rules(header, {static_cast<std::uint32_t>(delta_bits)});
-  const std::vector<detail::AlignmentTrial> trials = detail::alignment_trials(pending_bytes.bytes(), rules);
-  detail::AlignmentChoice choice(rules);
-  for (const detail::AlignmentTrial& trial : trials) choice.consider(trial);
-  if (choice.best() != nullptr) return choice.best()->alignment();
-  if (const detail::AlignmentTrial* const rejected = choice.rejected()) {
-    const PackedAlignment at = rejected->alignment();
-    detail::packed_debug(*this, "reject internal alignment drop_bytes=", at.drop_bytes, " bit_offset=", at.bit_offset,
-                         " synced=", rejected->synced_count, "/", rules.active_count, " min=", rejected->balance.min,
-                         " max=", rejected->balance.max, " total=", rejected->balance.total);
-  }
-  return {};
+  detail::PackedDebugLog log(*this);
+  return detail::probe_packed_alignment(*this, delta_bits, width, log);
 }
 
 }  // namespace orvo::timing

@@ -10,33 +10,33 @@
 
 #include "orvo/timing/byte_queue.hpp"
 #include "orvo/timing/detail/packed_alignment.hpp"
-#include "orvo/timing/detail/packed_debug_log.hpp"
 #include "orvo/timing/detail/packed_record.hpp"
 #include "orvo/timing/detail/packed_rules.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
 #include "orvo/timing/tag_sink.hpp"
 
 namespace orvo::timing::detail {
 
 /// Locks onto the pending bytes where they can be aligned. False: not yet, and no more to do with them now.
-inline bool lock_packed_alignment(StreamDecoder& decoder, PackedLayout layout) {
+template <PayloadObserver Observer>
+bool lock_packed_alignment(StreamDecoder& decoder, PackedLayout layout, Observer& observer) {
   constexpr std::size_t kFewestBytes = 4096;  // below: wait for more
   constexpr std::size_t kMostBytes = 65536;   // above: keep the last kFewestBytes
   ByteQueue& bytes = decoder.pending_bytes;
-  const PackedAlignment start = decoder.probe_packed_alignment(static_cast<std::int32_t>(layout.delta_bits),
-                                                               static_cast<std::int32_t>(layout.width()));
+  const PackedAlignment start = probe_packed_alignment(decoder, static_cast<std::int32_t>(layout.delta_bits),
+                                                       static_cast<std::int32_t>(layout.width()), observer);
   if (start.found) {
     bytes.consume(static_cast<std::size_t>(start.drop_bytes));
     decoder.packed_locked = true;
     decoder.bit_offset = start.bit_offset;
-    packed_debug(decoder, "locked bits=", layout.delta_bits, " drop_bytes=", start.drop_bytes,
-                 " bit_offset=", start.bit_offset, " raw_bytes=", bytes.size());
+    observer.locked(start.drop_bytes, start.bit_offset, bytes.size());
     return true;
   }
   if (bytes.size() < kFewestBytes) return false;
-  packed_debug(decoder, "no alignment bits=", layout.delta_bits, " width=", layout.width(),
-               " raw_bytes=", bytes.size());
+  observer.search_failed(bytes.size());
   if (bytes.size() > kMostBytes) {
+    observer.passed(PayloadClass::trimmed, 8 * (bytes.size() - kFewestBytes));
     bytes.consume(bytes.size() - kFewestBytes);
     decoder.bit_offset = 0;
   }
@@ -48,14 +48,9 @@ using ChannelCounts = std::array<std::uint64_t, kChannels>;
 
 /// A wrong alignment decodes noise, which spreads unevenly over the channels. Judged in internal recordings of two or
 /// more channels, which have similar rates, once there are enough tags to tell.
-inline bool lock_is_imbalanced(StreamDecoder& decoder, const PackedRules& rules, const ChannelCounts& emitted,
-                               std::uint64_t records) {
-  if (!rules.internal || std::popcount(rules.active) < 2) return false;
-  const ChannelBalance balance = channel_balance(emitted, rules.active);
-  if (balance.total < 4096 || (balance.min != 0 && 8 * balance.min >= balance.max)) return false;
-  packed_debug(decoder, "drop internal imbalanced lock min=", balance.min, " max=", balance.max,
-               " total=", balance.total, " records=", records);
-  return true;
+inline bool lock_is_imbalanced(const PackedRules& rules, const ChannelBalance& balance) {
+  if (!rules.internal || std::popcount(rules.active) < 2 || balance.total < 4096) return false;
+  return balance.min == 0 || 8 * balance.min < balance.max;
 }
 
 /// The records of a chunk.
@@ -90,9 +85,9 @@ class PackedRecords {
 
 /// The fast path: decodes overflow records, and data records that only chain on their channel's last time, up to the
 /// first record that is anything else, and returns its index.
-template <TagSink Sink>
+template <TagSink Sink, PayloadObserver Observer>
 std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
-                                     std::uint64_t k, ChannelCounts& emitted, Sink& sink) {
+                                     std::uint64_t k, ChannelCounts& emitted, Sink& sink, Observer& observer) {
   if (decoder.pk_sync_left > 0) return k;
   // A shorter difference is no step back, has no wrap step in it and is not implausible: what is left of the rules is
   // adding up. For channels of which that is not true, no difference is short enough.
@@ -115,6 +110,7 @@ std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& 
     if (flag) {
       if (payload == fixed.layout.all_ones() || limit_ps[c] == 0) break;
       overflow[c] += payload;
+      observer.passed(PayloadClass::overflow, fixed.layout.width());
       continue;
     }
     const std::uint64_t gap_ps = packed_gap_ps(fixed, overflow[c], payload);
@@ -123,6 +119,7 @@ std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& 
     last_ps[c] = add_wrapping(last_ps[c], gap_ps);
     last_gap_ps[c] = gap_ps;
     ++taken[c];
+    observer.tag(c);
     sink.add(c, last_ps[c]);
   }
   decoder.pk_overflow = overflow;
@@ -136,40 +133,51 @@ std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& 
   return k;
 }
 
+/// Moves on by `records` and drops the lock. The next search starts on a whole byte: the bits of it that are among
+/// the records are looked at again.
+template <PayloadObserver Observer>
+void drop_lock_after(StreamDecoder& decoder, std::uint64_t records, Observer& observer) {
+  decoder.consume_packed_records(records);
+  observer.returned(decoder.bit_offset);
+  decoder.drop_packed_lock();
+}
+
 /// Decodes the whole records of the pending bytes, up to and including the first that costs the lock.
-template <TagSink Sink>
-void decode_packed_delta(StreamDecoder& decoder, Sink& sink) {
+template <TagSink Sink, PayloadObserver Observer>
+void decode_packed_delta(StreamDecoder& decoder, Sink& sink, Observer& observer) {
   if (decoder.header.delta_bits == 0 || decoder.header.delta_bits > 31) return;
   const PackedRules rules(decoder);
-  if (!decoder.packed_locked && !lock_packed_alignment(decoder, rules.layout)) return;
+  if (!decoder.packed_locked && !lock_packed_alignment(decoder, rules.layout, observer)) return;
 
   const PackedRecords records(decoder, rules.layout);
   if (records.size() == 0) return;
   sink.begin_chunk(static_cast<std::size_t>(records.size()));
+  observer.begin_chunk();
   ChannelCounts emitted{};
   for (std::uint64_t k = 0;; ++k) {
-    k = decode_chained_records(decoder, rules, records, k, emitted, sink);
+    k = decode_chained_records(decoder, rules, records, k, emitted, sink, observer);
     if (k == records.size()) break;
     const PackedRecord record = records[k];
-    const PackedStep step = take_packed_record(decoder, rules, {record, k}, records.size());
+    const PackedStep step = take_packed_record(decoder, rules, {record, k, records.size()}, observer);
     if (step == PackedStep::emitted) {
       ++emitted[record.channel];
       sink.add(record.channel, decoder.pk_last_time[record.channel]);
     } else if (step == PackedStep::dropped) {
       sink.end_chunk();
-      decoder.consume_packed_records(k + 1);
-      decoder.drop_packed_lock();
-      return;
+      observer.passed(PayloadClass::broken_records, rules.layout.width());
+      return drop_lock_after(decoder, k + 1, observer);
     }
   }
-  const bool imbalanced = lock_is_imbalanced(decoder, rules, emitted, records.size());
-  decoder.consume_packed_records(records.size());
-  if (imbalanced) {
-    decoder.drop_packed_lock();
-    sink.discard_chunk();
-  } else {
+  const ChannelBalance balance = channel_balance(emitted, rules.active);
+  if (!lock_is_imbalanced(rules, balance)) {
     sink.end_chunk();
+    return decoder.consume_packed_records(records.size());
   }
+  sink.discard_chunk();
+  observer.discard_chunk();
+  observer.lock_imbalanced(balance, records.size());
+  observer.passed(PayloadClass::discarded, records.size() * rules.layout.width());
+  drop_lock_after(decoder, records.size(), observer);
 }
 
 }  // namespace orvo::timing::detail

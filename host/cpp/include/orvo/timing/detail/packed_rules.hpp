@@ -19,8 +19,8 @@
 #include <cstdint>
 
 #include "orvo/timing/detail/device_time.hpp"
-#include "orvo/timing/detail/packed_debug_log.hpp"
 #include "orvo/timing/detail/packed_record.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
 
 namespace orvo::timing::detail {
@@ -59,6 +59,18 @@ constexpr std::uint64_t packed_gap_ps(const PackedRules& rules, std::uint64_t ov
 struct PlacedRecord {
   PackedRecord record;
   std::uint64_t index;
+  std::uint64_t records;  ///< of the chunk
+
+  PackedLockLoss loss(LossReason reason, unsigned active_mask) const {
+    return {.reason = reason,
+            .channel = record.channel,
+            .active_mask = active_mask,
+            .record = index,
+            .records = records,
+            .prev_ps = 0,
+            .next_ps = 0,
+            .delta_ps = 0};
+  }
 };
 
 /// Completes a sync sequence: the base that its channel's anchor counts from.
@@ -77,19 +89,21 @@ inline std::uint64_t packed_anchor_base(const StreamDecoder& decoder, const Pack
                                           : lift(base_ps, near_ps, period_ps);
 }
 
-/// A record inside a sync sequence. False: it breaks the sequence, drop the lock.
-inline bool take_sync_word(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at) {
+// What takes a record tells the observer of it; false means that it breaks a rule: drop the lock.
+
+/// A record inside a sync sequence.
+template <PayloadObserver Observer>
+bool take_sync_word(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at, Observer& observer) {
   const auto [channel, flag, payload] = at.record;
   if (static_cast<std::int32_t>(channel) != decoder.pk_sync_channel) {
-    packed_debug(decoder, "drop sync channel mismatch ch=", channel, " expected=", decoder.pk_sync_channel,
-                 " record=", at.index, " chunks_left=", decoder.pk_sync_left);
+    observer.lock_lost(at.loss(LossReason::sync_channel, rules.active));
     return false;
   }
   if (flag) {
-    packed_debug(decoder, "drop ovf in sync ch=", channel, " record=", at.index,
-                 " chunks_left=", decoder.pk_sync_left);
+    observer.lock_lost(at.loss(LossReason::sync_flag, rules.active));
     return false;
   }
+  observer.passed(PayloadClass::sync, rules.layout.width());
   decoder.pk_sync_value |= std::uint64_t{payload} << decoder.pk_sync_bits;
   decoder.pk_sync_bits += rules.layout.delta_bits;
   if (--decoder.pk_sync_left == 0) {
@@ -102,11 +116,15 @@ inline bool take_sync_word(StreamDecoder& decoder, const PackedRules& rules, con
 }
 
 /// A flag record outside a sync sequence.
-inline void apply_flag_record(StreamDecoder& decoder, const PackedRules& rules, const PackedRecord& record) {
+template <PayloadObserver Observer>
+void apply_flag_record(StreamDecoder& decoder, const PackedRules& rules, const PackedRecord& record,
+                       Observer& observer) {
   if (record.payload != rules.layout.all_ones()) {
+    observer.passed(PayloadClass::overflow, rules.layout.width());
     decoder.pk_overflow[record.channel] += record.payload;
     return;
   }
+  observer.passed(PayloadClass::sync, rules.layout.width());
   decoder.pk_sync_channel = static_cast<std::int32_t>(record.channel);
   decoder.pk_sync_value = 0;
   decoder.pk_sync_bits = 0;
@@ -114,27 +132,29 @@ inline void apply_flag_record(StreamDecoder& decoder, const PackedRules& rules, 
   decoder.pk_overflow[record.channel] = 0;
 }
 
-/// The anchor record of a channel, `gap_ps` after the anchor base. False: drop the lock.
-inline bool take_packed_anchor(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at,
-                               std::uint64_t gap_ps) {
+/// The anchor record of a channel, `gap_ps` after the anchor base.
+template <PayloadObserver Observer>
+bool take_packed_anchor(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at,
+                        std::uint64_t gap_ps, Observer& observer) {
   const unsigned c = at.record.channel;
   const auto time_ps = static_cast<std::int64_t>(gap_ps + decoder.pk_anchor_base);
   const std::int64_t prev_ps = decoder.pk_last_time[c];
   if (decoder.pk_has_time[c]) {
     const std::uint64_t step_ps = static_cast<std::uint64_t>(time_ps) - static_cast<std::uint64_t>(prev_ps);
-    if (time_ps < prev_ps && 0 - step_ps > kBackwardTolerancePs) {
-      packed_debug(decoder, "drop nonmonotonic sync ch=", c, " next=", time_ps, " prev=", prev_ps,
-                   " record=", at.index);
+    const auto lose_lock = [&](LossReason reason) {
+      PackedLockLoss loss = at.loss(reason, rules.active);
+      loss.prev_ps = prev_ps;
+      loss.next_ps = time_ps;
+      loss.delta_ps = step_ps;
+      observer.lock_lost(loss);
       return false;
-    }
+    };
+    if (time_ps < prev_ps && 0 - step_ps > kBackwardTolerancePs) return lose_lock(LossReason::anchor_back);
     // Deliberate: a step back is a huge unsigned difference, so internal recordings refuse it here.
-    if (step_ps == 0 || rules.implausible(step_ps)) {
-      packed_debug(decoder, "drop implausible sync delta ch=", c, " delta=", step_ps, " next=", time_ps,
-                   " prev=", prev_ps, " record=", at.index);
-      return false;
-    }
+    if (step_ps == 0 || rules.implausible(step_ps)) return lose_lock(LossReason::anchor_step);
     decoder.pk_last_delta[c] = step_ps;
   }
+  observer.anchored(c);
   decoder.pk_last_time[c] = time_ps;
   decoder.pk_has_time[c] = true;
   decoder.pk_anchor_channel = -1;
@@ -142,9 +162,10 @@ inline bool take_packed_anchor(StreamDecoder& decoder, const PackedRules& rules,
   return true;
 }
 
-/// A data record of a channel that has a time. False: drop the lock.
-inline bool take_packed_delta(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at,
-                              std::uint64_t gap_ps) {
+/// A data record of a channel that has a time.
+template <PayloadObserver Observer>
+bool take_packed_delta(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at, std::uint64_t gap_ps,
+                       Observer& observer) {
   const unsigned c = at.record.channel;
   const std::int64_t prev_ps = decoder.pk_last_time[c];
   const bool small_step_back =
@@ -156,8 +177,10 @@ inline bool take_packed_delta(StreamDecoder& decoder, const PackedRules& rules, 
   }
   gap_ps = without_wrap_step(gap_ps, reference_ps(prev_ps), rules.wrap_step);
   if (rules.implausible(gap_ps)) {
-    packed_debug(decoder, "drop implausible delta ch=", c, " delta=", gap_ps, " prev=", prev_ps,
-                 " record=", at.index);
+    PackedLockLoss loss = at.loss(LossReason::gap, rules.active);
+    loss.prev_ps = prev_ps;
+    loss.delta_ps = gap_ps;
+    observer.lock_lost(loss);
     return false;
   }
   decoder.pk_last_delta[c] = gap_ps;
@@ -168,37 +191,43 @@ inline bool take_packed_delta(StreamDecoder& decoder, const PackedRules& rules, 
 /// What a record did.
 enum class PackedStep { kept, emitted, dropped };
 
-inline PackedStep take_packed_data(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at) {
+template <PayloadObserver Observer>
+PackedStep take_packed_data(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at,
+                            Observer& observer) {
   const unsigned c = at.record.channel;
   const std::uint64_t gap_ps = packed_gap_ps(rules, decoder.pk_overflow[c], at.record.payload);
   decoder.pk_overflow[c] = 0;
   bool taken = false;
   if (static_cast<std::int32_t>(c) == decoder.pk_anchor_channel) {
-    taken = take_packed_anchor(decoder, rules, at, gap_ps);
+    taken = take_packed_anchor(decoder, rules, at, gap_ps, observer);
   } else if (decoder.pk_has_time[c]) {
-    taken = take_packed_delta(decoder, rules, at, gap_ps);
+    taken = take_packed_delta(decoder, rules, at, gap_ps, observer);
   } else {
+    observer.untimed();
     return PackedStep::kept;
   }
   if (!taken) return PackedStep::dropped;
   decoder.pk_emitted_time[c] = decoder.pk_last_time[c];
   decoder.pk_has_emitted[c] = true;
+  observer.tag(c);
   return PackedStep::emitted;
 }
 
-inline PackedStep take_packed_record(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at,
-                                     std::uint64_t records) {
+template <PayloadObserver Observer>
+PackedStep take_packed_record(StreamDecoder& decoder, const PackedRules& rules, const PlacedRecord& at,
+                              Observer& observer) {
   if (!is_active(rules.active, at.record.channel)) {
-    packed_debug(decoder, "drop inactive ch=", at.record.channel, " active_mask=0x", "0123456789abcdef"[rules.active],
-                 " record=", at.index, " records=", records);
+    observer.lock_lost(at.loss(LossReason::inactive_channel, rules.active));
     return PackedStep::dropped;
   }
-  if (decoder.pk_sync_left > 0) return take_sync_word(decoder, rules, at) ? PackedStep::kept : PackedStep::dropped;
+  if (decoder.pk_sync_left > 0) {
+    return take_sync_word(decoder, rules, at, observer) ? PackedStep::kept : PackedStep::dropped;
+  }
   if (at.record.flag) {
-    apply_flag_record(decoder, rules, at.record);
+    apply_flag_record(decoder, rules, at.record, observer);
     return PackedStep::kept;
   }
-  return take_packed_data(decoder, rules, at);
+  return take_packed_data(decoder, rules, at, observer);
 }
 
 }  // namespace orvo::timing::detail

@@ -10,6 +10,7 @@
 #include "orvo/timing/detail/ascii_lower.hpp"
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
+#include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
 #include "orvo/timing/tag_sink.hpp"
 
@@ -72,15 +73,23 @@ struct Raw64Unwrap {
 using Raw64Unwraps = std::array<Raw64Unwrap, kChannels>;
 
 /// Takes the word at `at`, if it is a record; returns where the next one may start.
-template <class Word, TagSink Sink>
+template <class Word, TagSink Sink, PayloadObserver Observer>
 const std::uint8_t* take_raw64_word(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps,
-                                    Sink& sink) {
+                                    Sink& sink, Observer& observer) {
   const Word word{load_be64(at)};
-  if (!word.is_record()) return at + 1;
+  if (!word.is_record()) {
+    observer.passed(PayloadClass::skipped, 1);
+    return at + 1;
+  }
+  observer.framed();
   Raw64Unwrap& unwrap = unwraps[word.channel()];
   const std::uint64_t count = word.count();
-  if (wrapped(unwrap.previous, count, Word::kPeriod)) unwrap.epoch += Word::kPeriod;
+  if (wrapped(unwrap.previous, count, Word::kPeriod)) {
+    unwrap.epoch += Word::kPeriod;
+    observer.wrapped(word.channel());
+  }
   unwrap.previous = count;
+  observer.tag(word.channel());
   sink.add(word.channel(), word.time_ps(count + unwrap.epoch, fine_ps));
   return at + 8;
 }
@@ -104,20 +113,23 @@ bool raw64_block_is_plain(const std::uint8_t* at, const Raw64Unwraps& unwraps) {
 }
 
 /// Takes a block of which that is true: every word is a record and no count wraps.
-template <class Word, TagSink Sink>
-void take_plain_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps, Sink& sink) {
+template <class Word, TagSink Sink, PayloadObserver Observer>
+void take_plain_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps, Sink& sink,
+                            Observer& observer) {
+  observer.framed();
   for (std::size_t i = 0; i < kRaw64Block; ++i) {
     const Word word{load_be64(at + 8 * i)};
     Raw64Unwrap& unwrap = unwraps[word.channel()];
     unwrap.previous = word.count_within();
+    observer.tag(word.channel());
     sink.add(word.channel(), word.time_ps(word.count_within() + unwrap.epoch, fine_ps));
   }
 }
 
 /// Decodes every record of the pending bytes. What is no record is skipped byte by byte; at most 7 bytes stay
 /// pending.
-template <class Word, TagSink Sink>
-void scan_raw64(StreamDecoder& decoder, Sink& sink) {
+template <class Word, TagSink Sink, PayloadObserver Observer>
+void scan_raw64(StreamDecoder& decoder, Sink& sink, Observer& observer) {
   constexpr std::ptrdiff_t kBlockBytes = 8 * kRaw64Block;
   const std::uint8_t* at = decoder.pending_bytes.begin();
   const std::uint8_t* const end = decoder.pending_bytes.end();
@@ -129,14 +141,15 @@ void scan_raw64(StreamDecoder& decoder, Sink& sink) {
     if (decoder.raw64_prev_valid[c]) unwraps[c].previous = decoder.raw64_prev[c];
   }
   sink.begin_chunk(decoder.pending_bytes.size() / 8);
+  observer.begin_chunk();
   while (end - at >= 8) {
     if (end - at >= kBlockBytes && raw64_block_is_plain<Word>(at, unwraps)) {
-      take_plain_raw64_block<Word>(at, unwraps, fine_ps, sink);
+      take_plain_raw64_block<Word>(at, unwraps, fine_ps, sink, observer);
       at += kBlockBytes;
       continue;
     }
     const std::uint8_t* const stop = std::min(end - 7, at + kBlockBytes);
-    while (at < stop) at = take_raw64_word<Word>(at, unwraps, fine_ps, sink);
+    while (at < stop) at = take_raw64_word<Word>(at, unwraps, fine_ps, sink, observer);
   }
   sink.end_chunk();
   for (unsigned c = 0; c < kChannels; ++c) {
@@ -148,12 +161,12 @@ void scan_raw64(StreamDecoder& decoder, Sink& sink) {
   decoder.pending_bytes.consume(static_cast<std::size_t>(at - decoder.pending_bytes.begin()));
 }
 
-template <TagSink Sink>
-void decode_raw64(StreamDecoder& decoder, Sink& sink) {
+template <TagSink Sink, PayloadObserver Observer>
+void decode_raw64(StreamDecoder& decoder, Sink& sink, Observer& observer) {
   if (ascii_lower(decoder.header.raw64_tag_format) == "raw_cf") {
-    scan_raw64<Raw64CoarseFineWord>(decoder, sink);
+    scan_raw64<Raw64CoarseFineWord>(decoder, sink, observer);
   } else {
-    scan_raw64<Raw64PsWord>(decoder, sink);
+    scan_raw64<Raw64PsWord>(decoder, sink, observer);
   }
 }
 
