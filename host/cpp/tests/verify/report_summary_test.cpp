@@ -138,42 +138,6 @@ TEST_F(ReportSummary, ConsoleShowsTheSummaryAndTheTwoLatestPaths) {
   EXPECT_EQ(summary, summary_text(run_, paths_, file_age_seconds(run_.source)));
 }
 
-TEST_F(ReportSummary, LatestFilesAreCopiesAndALauncherOfTwoLines) {
-  write();
-  EXPECT_EQ(latest("latest.csv"), "csv");
-  EXPECT_EQ(latest("latest.json"), "json");
-  EXPECT_EQ(latest("latest.svg"), "svg");
-  EXPECT_EQ(latest("latest_summary.txt"), read_file(paths_.summary));
-  EXPECT_EQ(latest("open_latest_plot.bat"), "@echo off\r\nstart \"\" \"%~dp0latest.svg\"\r\n");
-}
-
-TEST_F(ReportSummary, ASecondRunReplacesAllLatestFiles) {
-  write();
-  for (const fs::path& path : {paths_.csv, paths_.json, paths_.svg}) write_file(path, "second");
-  write_file(output_root_of_tests() / "open_latest_plot.bat", "something else");
-  run_.decoded_tags = 7;
-  write();
-  for (const char* name : {"latest.csv", "latest.json", "latest.svg"}) EXPECT_EQ(latest(name), "second") << name;
-  EXPECT_THAT(latest("latest_summary.txt"), HasSubstr("decoded_tags=7\n"));
-  EXPECT_EQ(latest("open_latest_plot.bat"), "@echo off\r\nstart \"\" \"%~dp0latest.svg\"\r\n");
-}
-
-TEST_F(ReportSummary, ACopyThatFailsKeepsTheOlderFileSilently) {
-  write();
-  fs::remove(paths_.json);
-  write_file(paths_.svg, "second");
-  EXPECT_EQ(failure_of([&] { write(); }), "nothing thrown");
-  EXPECT_EQ(latest("latest.json"), "json");
-  EXPECT_EQ(latest("latest.svg"), "second");
-}
-
-TEST_F(ReportSummary, APrefixNamedLatestInTheOutputRootKeepsItsFiles) {
-  paths_ = ReportPaths(output_root_of_tests() / "latest");
-  for (const fs::path& path : {paths_.csv, paths_.json, paths_.svg}) write_file(path, "itself");
-  EXPECT_EQ(failure_of([&] { write(); }), "nothing thrown");
-  for (const char* name : {"latest.csv", "latest.json", "latest.svg"}) EXPECT_EQ(latest(name), "itself") << name;
-}
-
 TEST_F(ReportSummary, AMissingCaptureHasAnAgeOfMinusOneAndNoWarning) {
   run_.source = cwd() / "missing.tagcap";
   const std::string console = write();

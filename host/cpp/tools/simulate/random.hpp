@@ -6,7 +6,6 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
 
 #include "orvo/timing/detail/wide_integer.hpp"

@@ -1,6 +1,7 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-#include <ostream>
+#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>

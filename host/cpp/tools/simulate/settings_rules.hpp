@@ -2,7 +2,6 @@
 // Part of vq_simulate_stream_file: file-local throughout.
 // The rules between settings. Those that keep them give a capture that decodes to exactly what was simulated.
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

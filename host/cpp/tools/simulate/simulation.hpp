@@ -1,6 +1,5 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>

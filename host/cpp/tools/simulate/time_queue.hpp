@@ -1,6 +1,5 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <vector>

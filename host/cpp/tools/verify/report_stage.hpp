@@ -9,7 +9,6 @@
 
 #include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/offset_estimate.hpp"
-#include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "verify/config.hpp"
 #include "verify/report_csv.hpp"
@@ -49,7 +48,7 @@ inline void analyse_and_report(RunResult run, const Config& config, orvo::timing
 
   const ReportPaths paths(output_prefix);
   if (output_prefix.has_parent_path()) std::filesystem::create_directories(output_prefix.parent_path());
-  write_csv(paths.csv, run.histogram);
+  write_csv(paths.csv, run);
   write_json(paths.json, run);
   write_svg(paths.svg, run);
   write_summary(run, paths, out);

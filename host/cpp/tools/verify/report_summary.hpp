@@ -2,16 +2,15 @@
 // Part of vq_verify_stream_file_xcorr: file-local throughout.
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <iomanip>
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <string_view>
-#include <system_error>
 
+#include "orvo/timing/xcorr_histogram.hpp"
 #include "verify/directories.hpp"
 #include "verify/file_time.hpp"
+#include "verify/latest_files.hpp"
 #include "verify/run_result.hpp"
 #include "verify/text_file.hpp"
 
@@ -41,22 +40,6 @@ inline std::string summary_text(const RunResult& run, const ReportPaths& paths, 
     out << "warning=input file is older than one hour; this is not a fresh hardware calibration check\n";
   }
   return out.str();
-}
-
-/// Refreshes the files of fixed names in the output root. A copy that fails leaves the older one.
-inline void update_latest(const ReportPaths& paths, const std::string& summary) {
-  constexpr std::string_view kLauncher = "@echo off\r\nstart \"\" \"%~dp0latest.svg\"\r\n";
-  const std::filesystem::path root = verification_output_root();
-  std::filesystem::create_directories(root);
-  const auto copy = [&root](const std::filesystem::path& report, const char* latest) {
-    std::error_code ignored;
-    std::filesystem::copy_file(report, root / latest, std::filesystem::copy_options::overwrite_existing, ignored);
-  };
-  copy(paths.csv, "latest.csv");
-  copy(paths.json, "latest.json");
-  copy(paths.svg, "latest.svg");
-  write_text_file(root / "latest_summary.txt", summary);
-  write_text_file(root / "open_latest_plot.bat", std::string(kLauncher));
 }
 
 /// The last step of a run: summary file, latest files, and the summary on the console.

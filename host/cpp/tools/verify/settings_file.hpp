@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "orvo/timing/stream_header_json.hpp"
 #include "verify/config.hpp"
