@@ -1,5 +1,6 @@
-# What an installation holds, each at its place by GNUInstallDirs. Nothing in it names the place where it lies, so that
-# the tree can be moved; only the verification tool names its product directory, see ORVO_SOURCE_ROOT.
+# What an installation holds, each in the place that GNUInstallDirs gives it. Nothing in it names the place where it
+# lies, so that the tree can be moved. Only the verification tool knows a directory, its product directory: in the
+# preset install that is the current directory of each run, see ORVO_SOURCE_ROOT.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 

@@ -28,7 +28,7 @@ need_for_tests() {
 # What a preset of CMakePresets.json needs to be built; fails if there is none of that name.
 need_for_preset() {
   case $1 in
-    release) need_any_compiler ;;
+    release | install) need_any_compiler ;;
     dev | sanitize) need_gcc && need_for_programs && need_for_tests ;;
     dev-clang) need_clang && need_for_programs && need_for_tests ;;
     sanitize-clang) need_clang && need_clang_runtime && need_for_programs && need_for_tests ;;
