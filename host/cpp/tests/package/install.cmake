@@ -6,7 +6,8 @@ list_files("${PREFIX}" installed)
 
 list_files("${CHECKOUT}/host/cpp/include" headers)
 list(TRANSFORM headers PREPEND "include/")
-file(GLOB pages LIST_DIRECTORIES false RELATIVE "${CHECKOUT}" "${CHECKOUT}/docs/*" "${CHECKOUT}/LICENSE")
+file(GLOB pages LIST_DIRECTORIES false RELATIVE "${CHECKOUT}" "${CHECKOUT}/docs/*" "${CHECKOUT}/examples/*"
+  "${CHECKOUT}/LICENSE")
 list(TRANSFORM pages PREPEND "share/doc/orvo_timing/")
 set(expected
   bin/vq_simulate_stream_file
@@ -18,10 +19,6 @@ set(expected
   share/doc/orvo_timing/CHANGELOG.md
   share/doc/orvo_timing/CONTRIBUTING.md
   share/doc/orvo_timing/README.md
-  share/doc/orvo_timing/examples/CMakeLists.txt
-  share/doc/orvo_timing/examples/channel_rates.cpp
-  share/doc/orvo_timing/examples/correlate.cpp
-  share/doc/orvo_timing/examples/write_capture.cpp
   share/man/man1/vq_simulate_stream_file.1
   share/man/man1/vq_verify_stream_file_xcorr.1
   share/pkgconfig/orvo_timing.pc)
