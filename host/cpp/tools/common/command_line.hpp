@@ -199,7 +199,7 @@ inline std::optional<int> parse_arguments(CLI::App& app, const std::vector<std::
 }
 
 /// A whole program: parses its arguments (without its name), then calls `body()`, and returns the exit status.
-/// Failures are told on `console.err`, one line each: a `UsageError` ends with `kExitUsage`, anything else with
+/// A failure is one line on `console.err`: a `UsageError` ends with `kExitUsage`, anything else with
 /// `kExitFailed`.
 template <class Body>
 int run_app(CLI::App& app, const std::vector<std::string>& arguments, const Console& console, Body body) {

@@ -6,7 +6,7 @@ namespace {
 // The exit statuses of every program.
 constexpr int kExitDone = 0;
 constexpr int kExitFailed = 1;
-/// The command line or the settings cannot be used; nothing was written.
+/// The command line or the settings cannot be used.
 constexpr int kExitUsage = 64;
 
 }  // namespace

@@ -13,7 +13,7 @@
 
 namespace {
 
-/// The file to remove when a signal ends the program: one at a time.
+/// The file to remove when a signal ends the program. There is only one at a time.
 inline char unfinished_file[4096];
 inline volatile std::sig_atomic_t has_unfinished_file = 0;
 
@@ -33,15 +33,16 @@ inline void remove_when_interrupted(const std::string& path) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     if (::signal(number, end_by_signal) == SIG_IGN) ::signal(number, SIG_IGN);
   }
-  ::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow any more is then an error of its write
+  ::signal(SIGXFSZ, SIG_IGN);  // so that a write beyond the file size limit fails instead of ending the program
 }
 
-/// A file that has its name only once it is complete. Until then it is written beside it, at `partial_path`, by
-/// whoever owns this, and goes away when this does or when SIGINT, SIGTERM or SIGHUP ends the program. What had the
-/// name before is replaced only by a complete file.
+/// A file that is written whole or not at all. The owner writes it at `partial_path`; `complete` gives it its name
+/// and so replaces an earlier file. A file that was never completed is removed by the destructor, and when SIGINT,
+/// SIGTERM or SIGHUP ends the program.
 class PartialFile {
  public:
-  /// Throws `Error` when what has the name is no ordinary file. A symbolic link keeps pointing to the file.
+  /// Throws `Error` when the name belongs to anything but an ordinary file. A symbolic link stays one, and its target
+  /// is replaced.
   explicit PartialFile(const std::filesystem::path& path)
       : path_(std::filesystem::is_symlink(path) ? std::filesystem::canonical(path) : path), partial_path_(path_) {
     if (std::filesystem::exists(path_) && !std::filesystem::is_regular_file(path_)) {
@@ -59,7 +60,7 @@ class PartialFile {
   const std::filesystem::path& path() const { return path_; }
   const std::filesystem::path& partial_path() const { return partial_path_; }
 
-  /// Gives the file its name; whatever wrote it has closed it. Throws `Error` when that fails.
+  /// Gives the file its name; it must have been closed. Throws `Error` when that fails.
   void complete() {
     std::error_code error;
     std::filesystem::rename(partial_path_, path_, error);

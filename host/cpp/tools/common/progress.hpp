@@ -12,8 +12,8 @@
 
 namespace {
 
-/// A line that tells how far long work has come: after the first second, four times a second, each time over the line
-/// before. The destructor wipes it out.
+/// A line that shows the progress of long work. It appears after the first second and is overwritten four times a
+/// second; the destructor erases it.
 class Progress {
  public:
   using Clock = std::chrono::steady_clock;

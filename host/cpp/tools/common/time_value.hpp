@@ -11,7 +11,7 @@
 namespace {
 
 /// A time as options take it: a whole number directly followed by ps, ns, us, ms or s, or of picoseconds without a
-/// unit: "12ns", "-3s", "250". Nothing for anything else ("1.5s", "12 ns", "1NS"), nor when it does not fit.
+/// unit: "12ns", "-3s", "250". `nullopt` for anything else ("1.5s", "12 ns", "1NS") and for what does not fit.
 inline std::optional<std::int64_t> parse_time_ps(std::string_view text) {
   constexpr std::int64_t kMostPs = std::numeric_limits<std::int64_t>::max();
   // "s" stands after the units that end in it, the empty one last.

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// The whole text as a decimal number, "-" allowed for signed types. Nothing when it is anything else, blanks and a
-/// "+" included, or does not fit the type.
+/// The whole text as a decimal number, with an optional "-" for signed types. `nullopt` for anything else, blanks and
+/// "+" included, and for what does not fit the type.
 template <class Integer>
 std::optional<Integer> parse_whole_number(std::string_view text) {
   Integer value = 0;

@@ -13,11 +13,11 @@
 
 namespace {
 
-/// A capture that has its name only once it is complete. Until then it is written beside it, and goes away if
-/// anything fails.
+/// A capture that is written whole or not at all: it gets its name once it is complete, and is removed if anything
+/// fails.
 class CaptureFile {
  public:
-  /// Throws `Error` when the file cannot be created, or when what has its name is no ordinary file.
+  /// Throws `Error` when the file cannot be created, or when its name belongs to anything but an ordinary file.
   CaptureFile(const std::filesystem::path& path, const orvo::timing::StreamFileHeader& header) : file_(path) {
     try {
       writer_.emplace().open(file_.partial_path().string(), header);
@@ -35,7 +35,7 @@ class CaptureFile {
     }
   }
 
-  /// Takes the last `cut_tail_bytes` of the payload away, or all of it, and gives the file its name. Throws `Error`
+  /// Removes the last `cut_tail_bytes` of the payload, or all of it, and gives the file its name. Throws `Error`
   /// when not all of it could be written. Nothing may be written after it.
   void complete(std::uint64_t cut_tail_bytes) {
     const std::uint64_t bytes = writer_->file_bytes();

@@ -11,10 +11,10 @@
 
 namespace {
 
-/// Spoils a payload on its way to the file. Positions count the bytes of the sound payload.
+/// Damages a payload on its way to the file. Positions count the bytes of the sound payload.
 ///
-/// Every byte of garbage has its topmost bit set: no raw64 record starts in it, and no delta32 sync word stands in
-/// it.
+/// Every byte of garbage has its topmost bit set, so that it holds neither the start of a raw64 record nor a delta32
+/// sync word.
 class Damage {
  public:
   explicit Damage(const Settings& settings)
@@ -24,14 +24,13 @@ class Damage {
         garbage_at_(settings.damage.garbage_at),
         next_flip_(settings_.flip_every_bytes == 0 ? kNever : flip_random_.below(settings_.flip_every_bytes)) {}
 
-  /// Writes what comes before the payload.
+  /// Writes the garbage before the payload.
   template <class Write>
   void begin(Write write) {
     write_garbage(settings_.front_garbage_bytes, write);
   }
 
-  /// Hands the next piece of the payload on to `write(data, size)`, in one or several parts. Bits are flipped in
-  /// place.
+  /// Passes the next piece of the payload to `write(data, size)`, in one or more calls. Bits are flipped in place.
   template <class Write>
   void pass(std::span<std::uint8_t> payload, Write write) {
     for (; next_flip_ < position_ + payload.size(); flip_next_stretch()) flip(payload[next_flip_ - position_]);
@@ -48,7 +47,7 @@ class Damage {
   }
 
   std::uint64_t flipped_bits() const { return flipped_; }
-  /// Bytes of garbage inside the payload: none if it ended before their place.
+  /// Bytes of garbage inside the payload: 0 if it ended before their place.
   std::uint64_t inserted_bytes() const { return inserted_; }
 
  private:

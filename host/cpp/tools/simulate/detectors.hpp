@@ -13,12 +13,12 @@
 
 namespace {
 
-/// From events to stored tags: times are put on the encoding's grid, and of a channel's tags none is closer to the
-/// one before than the dead time, nor at the same time.
+/// From events to stored tags: rounds times to the encoding's grid, and drops tags within the dead time of the
+/// channel's last one, or at the same time.
 template <class Grid>
 class Detectors {
  public:
-  /// A channel that is silent for longer could be mistaken for one that saw a wrap of the device time.
+  /// A longer gap could be mistaken for a wrap of the device time.
   static constexpr std::int64_t kLongestGapPs = 1'000'000'000'000;
 
   Detectors(const Settings& settings, Grid grid) : grid_(grid) {
@@ -28,8 +28,8 @@ class Detectors {
     }
   }
 
-  /// Makes tags of events, in place, and drops those that the dead time swallows. Throws `Error` when a channel that
-  /// clicks is silent for more than a second.
+  /// Turns events into tags, in place. Throws `Error` when a tag comes more than a second after the last one of its
+  /// channel, or after the start.
   void detect(std::vector<orvo::timing::TimeTag>& events) {
     orvo::timing::TimeTag* kept = events.data();
     for (const orvo::timing::TimeTag& event : events) {

@@ -13,12 +13,12 @@
 
 namespace {
 
-/// What reaches the detectors, in order of time.
+/// The clicks that reach the detectors, in order of time.
 ///
 /// Several Poisson processes together are one Poisson process of the summed rate, whose arrivals each belong to one
-/// of them with the probability of its share. So one sequence of arrivals makes all backgrounds and all pairs. The
-/// clicks of a pair come at its arrival plus a shift, which is chosen so that none comes before the arrival: the next
-/// arrival and the clicks on their way are all there is to merge.
+/// of them with the probability of its share. So one sequence of arrivals serves all backgrounds and all pairs. The
+/// clicks of a pair follow its arrival by a shift that is never negative, so that only the next arrival and the
+/// clicks still to come have to be merged.
 class EventSource {
  public:
   EventSource(const Settings& settings, std::int64_t end_ps)
@@ -83,7 +83,7 @@ class EventSource {
       origin_ends_[c] = static_cast<std::uint64_t>((Uint128{below} << 63) / sum);
     }
     mean_gap_ = static_cast<std::uint64_t>((Uint128{1'000'000'000'000} << kGapFractionBits) / sum);
-    // Pairs whose later click falls behind the start may have arrived before it.
+    // A pair that arrived before the start may have its later click after it.
     const std::int64_t longest_shift_ps =
         std::max(shift_a_ps_, shift_b_ps_) + GaussianJitter::largest(settings.pairs.jitter_ps);
     arrival_ps_ = start_ps_ - longest_shift_ps + draw_gap_ps(random_);
@@ -109,7 +109,7 @@ class EventSource {
     next_click_ps_ = std::min(clicks_a_.front(), clicks_b_.front());
   }
 
-  /// Stores the next click of a pair, and returns the place behind it.
+  /// Stores the next click of a pair, and returns the place after it.
   orvo::timing::TimeTag* take_click(orvo::timing::TimeTag* at) {
     const bool is_a = clicks_a_.front() == next_click_ps_;
     (is_a ? clicks_a_ : clicks_b_).pop();

@@ -1,6 +1,6 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-// What a histogram of the coincidences looks like, by calculation.
+// The calculated shape of a histogram of the coincidences.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -12,11 +12,11 @@ namespace {
 
 inline constexpr double kPi = 3.14159265358979323846;
 
-/// Standard deviation of the stored difference of a pair whose tags both lie on a grid of `step_ps`.
+/// Standard deviation of the stored difference of a pair when both tags are rounded to a grid of `step_ps`.
 ///
-/// A difference that falls between two multiples of the step is stored as one or the other, the nearer one more
-/// often: at a fraction f of the step that adds f (1 - f) steps squared to the variance. This is its mean over the
-/// jitter, as a Fourier series: 1/6 less the sum of cos(2 pi k f) exp(-2 (pi k jitter / step)^2) / (pi k)^2.
+/// A difference between two multiples of the step is stored as one or the other, the nearer one more often: at a
+/// fraction f of the step, this adds f (1 - f) steps squared to the variance. The mean of that over the jitter is a
+/// Fourier series: 1/6 less the sum over k of cos(2 pi k f) exp(-2 (pi k jitter / step)^2) / (pi k)^2.
 inline double pair_sigma_ps(const PairSettings& pairs, double step_ps) {
   const double delay_steps = static_cast<double>(pairs.delay_ps) / step_ps;
   const double fraction = delay_steps - std::floor(delay_steps);
@@ -31,18 +31,18 @@ inline double pair_sigma_ps(const PairSettings& pairs, double step_ps) {
   return std::sqrt(jitter_ps * jitter_ps + std::max(steps2, 0.0) * step_ps * step_ps);
 }
 
-/// Pairs that are stored with a difference within the range of the delay, when no dead time takes any.
+/// The number of pairs stored with a difference within the range of the delay, when there is no dead time.
 inline double pairs_in_range(const PairSettings& pairs, double sigma_ps, double length_ps) {
   const double range_sigmas = static_cast<double>(pairs.range_ps) / std::max(sigma_ps, 1e-3);
   return static_cast<double>(pairs.rate_hz) * 1e-12 * length_ps * std::erf(range_sigmas / std::sqrt(2.0));
 }
 
-/// Coincidences of tags that have nothing to do with each other: evenly spread over the range.
+/// Accidental coincidences, of tags that do not belong to one pair: they spread evenly over the range.
 inline double accidentals(double tags_a, double tags_b, std::int64_t range_ps, double length_ps) {
   return length_ps > 0 ? tags_a * tags_b * static_cast<double>(2 * range_ps + 1) / length_ps : 0;
 }
 
-/// A histogram of pairs with some accidentals.
+/// Width of a histogram of pairs and accidentals, and how much it and the mean vary.
 struct ExpectedHistogram {
   double rms_ps = 0;
   double rms_error_ps = 0;  ///< standard deviation from one seed to another

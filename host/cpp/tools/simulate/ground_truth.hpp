@@ -22,7 +22,7 @@ inline std::string three_decimals(double value) {
   return text.str();
 }
 
-/// Counts, and where the tags lie.
+/// The number of tags, and the times of the first and last.
 inline void print_contents(std::ostream& out, const Settings& settings, const StoredCapture& stored) {
   out << "capture=" << settings.out.string() << '\n' << "tags=" << stored.tags << '\n';
   for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
@@ -34,8 +34,8 @@ inline void print_contents(std::ostream& out, const Settings& settings, const St
   }
 }
 
-/// What correlating the channels of the pairs gives. The counted numbers are those of the stored tags; "expected"
-/// ones are calculated, and an "error" is the standard deviation from one seed to another.
+/// What correlating the channels of the pairs gives. Numbers are counted over the stored tags, except those called
+/// "expected", which are calculated; an "error" is the standard deviation from one seed to another.
 inline void print_correlation(std::ostream& out, const Settings& settings, const StoredCapture& stored,
                               double step_ps) {
   const PairSettings& pairs = settings.pairs;
@@ -72,7 +72,7 @@ inline void print_correlation(std::ostream& out, const Settings& settings, const
       << pairs.channel_b << " --offset=" << offset_ps << " --range=" << pairs.range_ps << '\n';
 }
 
-/// What was done to the payload. All other numbers are those of the sound one.
+/// The damage to the payload. All other numbers are those of the sound payload.
 inline void print_damage(std::ostream& out, const Settings& settings, const Damage& damage) {
   if (!settings.damage.any()) return;
   out << "front_garbage_bytes=" << settings.damage.front_garbage_bytes << '\n'

@@ -1,6 +1,6 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-// The options, and the settings that they make. What an option allows by itself is said where it is added; what
+// The options, and the settings they result in. What an option allows by itself stands where it is added; what
 // several must be together is judged by `check_settings`.
 #include <algorithm>
 #include <cstddef>
@@ -22,7 +22,7 @@
 
 namespace {
 
-/// Different channels, as in "0,1,3"; nothing for anything else.
+/// A list of different channels, as in "0,1,3"; `nullopt` for anything else.
 inline std::optional<std::vector<unsigned>> parse_channels(std::string_view text) {
   std::vector<unsigned> channels;
   for (const std::string& item : split_list(text)) {
@@ -110,7 +110,7 @@ class Options {
     app_->option_defaults()->group("Capture");
     app_->add_option("FILE,--out", out_, "the capture to write; the name alone is enough")->type_name("FILE");
     add_word(*app_, "--encoding", encoding_, {"raw64", "delta32", "packed_delta"}, "encoding of the payload");
-    add_word(*app_, "--mode", mode_, {"internal", "external"}, "clocking, as the header tells it");
+    add_word(*app_, "--mode", mode_, {"internal", "external"}, "clocking, as noted in the header");
     add_number(*app_, "--tags", tags_, {0, 1'000'000'000'000}, "length of the capture in tags");
     add_time(*app_, "--duration", duration_ps_, {0, static_cast<std::uint64_t>(kLongestPs)},
              "length of the capture in time, instead of --tags")

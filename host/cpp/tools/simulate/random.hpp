@@ -1,8 +1,8 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-// Random numbers that are the same everywhere. The distributions of the standard library differ from one
-// implementation to the next, and so do its logarithms: here everything is integer arithmetic, or one correctly
-// rounded operation on doubles after another, none of which a compiler may fuse.
+// Random numbers that are the same on every machine. The standard library's distributions and logarithms differ
+// between implementations: here everything is integer arithmetic, or correctly rounded operations on doubles that no
+// compiler may fuse.
 #include <array>
 #include <bit>
 #include <cmath>
@@ -19,14 +19,14 @@ constexpr std::uint64_t high_product(std::uint64_t a, std::uint64_t b) {
   return static_cast<std::uint64_t>(Uint128{a} * b >> 64);
 }
 
-/// The finalizer of splitmix64: neighbouring numbers go far apart.
+/// The finalizer of splitmix64: sends neighbouring numbers far apart.
 constexpr std::uint64_t scattered(std::uint64_t value) {
   value = (value ^ value >> 30) * 0xBF58'476D'1CE4'E5B9;
   value = (value ^ value >> 27) * 0x94D0'49BB'1331'11EB;
   return value ^ value >> 31;
 }
 
-/// A counter, squared after a fashion and folded (the generator known as wyrand). No draw waits for the one before.
+/// The generator known as wyrand: a counter, multiplied and folded. No draw depends on the result of the one before.
 class Random {
  public:
   explicit constexpr Random(std::uint64_t seed) : counter_(scattered(seed + 0x9E37'79B9'7F4A'7C15)) {}
@@ -37,7 +37,7 @@ class Random {
     return static_cast<std::uint64_t>(product >> 64) ^ static_cast<std::uint64_t>(product);
   }
 
-  /// 0 to `bound` - 1; even to one part in 2^64 / `bound`.
+  /// 0 to `bound` - 1, uniform to one part in 2^64 / `bound`.
   constexpr std::uint64_t below(std::uint64_t bound) { return high_product(next(), bound); }
 
  private:
@@ -50,7 +50,7 @@ inline constexpr unsigned kExponentialFractionBits = 58;
 inline constexpr std::uint64_t kLn2 = 0xB172'17F7'D1CF'79AB;
 
 /// For each cell i / 256 of a mantissa 1 + i / 256 to 1 + (i + 1) / 256: the logarithm of 2 / (1 + i / 256), and
-/// 1 / (256 + i). Fractions of 2^64, the logarithms good to 2^-54.
+/// 1 / (256 + i). Fractions of 2^64, the logarithms accurate to 2^-54.
 struct LogarithmTable {
   struct Cell {
     std::uint64_t log;
@@ -70,8 +70,8 @@ struct LogarithmTable {
 };
 inline constexpr LogarithmTable kLogarithms;
 
-/// Exponentially distributed with mean 1, in units of 2^-58; less than 45, since 64 ln 2 is. Minus the logarithm of a
-/// uniform number, good to 2^-25.
+/// Exponentially distributed with mean 1, in units of 2^-58: minus the logarithm of a uniform number, accurate to
+/// 2^-25. Less than 45, since 64 ln 2 is.
 inline std::uint64_t exponential(Random& random) {
   constexpr unsigned kDrop = 64 - kExponentialFractionBits;
   const std::uint64_t uniform = random.next() | 1;
@@ -89,7 +89,7 @@ class GaussianJitter {
  public:
   explicit GaussianJitter(std::int64_t sigma) : sigma_(static_cast<double>(sigma)) {}
 
-  /// No draw is farther from 0 than this: the square root of 2 * 45 is less than 10.
+  /// No draw is farther from 0, since the square root of 2 * 45 is less than 10.
   static constexpr std::int64_t largest(std::int64_t sigma) { return 10 * sigma; }
 
   std::int64_t next(Random& random) {

@@ -12,11 +12,11 @@
 
 namespace {
 
-/// Makes blocks of tags in a thread of its own, one ahead of the one that is asked for.
+/// Makes blocks of tags in a second thread, always one block ahead.
 class ReadAhead {
  public:
   using Block = std::vector<orvo::timing::TimeTag>;
-  /// Fills a block, whatever it held; false when it is the last one.
+  /// Replaces the contents of a block; false when it is the last one.
   using Maker = std::function<bool(Block&)>;
 
   explicit ReadAhead(Maker make) : make_(std::move(make)), thread_([this] { work(); }) {}
@@ -31,7 +31,7 @@ class ReadAhead {
     thread_.join();
   }
 
-  /// Exchanges `block` for the next one; false when there is none. Throws what the maker threw in its place.
+  /// Replaces `block` by the next one; false when there is none. Throws what the maker threw instead of making it.
   bool next(Block& block) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return has_block_ || ended_; });

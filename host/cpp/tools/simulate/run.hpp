@@ -24,7 +24,7 @@
 
 namespace {
 
-/// The header of a simulated capture: nothing in it changes from run to run.
+/// The header of a simulated capture, the same in every run: no clock or machine goes into it.
 inline orvo::timing::StreamFileHeader header_for(const Settings& settings) {
   orvo::timing::StreamFileHeader header;
   header.stream_format = settings.encoding;
@@ -43,7 +43,7 @@ inline orvo::timing::StreamFileHeader header_for(const Settings& settings) {
   return header;
 }
 
-/// Simulates, writes and tells. Failures are thrown.
+/// Simulates, writes the capture, and prints what a verification should find. Failures are thrown.
 template <class Grid, class Encoder>
 void write_capture(const Settings& settings, Grid grid, Encoder encoder, Console& console) {
   const orvo::timing::StreamFileHeader header = header_for(settings);

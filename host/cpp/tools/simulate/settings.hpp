@@ -14,29 +14,29 @@
 
 namespace {
 
-/// What one input sees.
+/// One input.
 struct ChannelSettings {
   bool active = false;
-  std::uint64_t rate_hz = 0;  ///< background, Poisson
+  std::uint64_t rate_hz = 0;  ///< of the uncorrelated tags, Poisson
   std::int64_t dead_time_ps = 0;
 };
 
-/// Simultaneous clicks on two inputs, channel B late by the delay and a normally distributed jitter.
+/// Correlated clicks on two inputs: B clicks later than A by the delay plus a normally distributed jitter.
 struct PairSettings {
   unsigned channel_a = 0;
   unsigned channel_b = 1;
   std::uint64_t rate_hz = 50'000;
   std::int64_t delay_ps = 160;
   std::int64_t jitter_ps = 40;    ///< standard deviation
-  std::int64_t range_ps = 5'000;  ///< coincidences are counted up to this far from the delay
+  std::int64_t range_ps = 5'000;  ///< largest distance from the delay that counts as a coincidence
 };
 
-/// What is done to the payload after it was encoded.
+/// Damage to the encoded payload.
 struct DamageSettings {
   std::uint64_t front_garbage_bytes = 0;
   std::uint64_t garbage_bytes = 0;
-  std::uint64_t garbage_at = 0;        ///< in front of this byte of the encoded payload
-  std::uint64_t flip_every_bytes = 0;  ///< one random bit in each stretch of so many bytes; 0 = none
+  std::uint64_t garbage_at = 0;        ///< before this byte of the encoded payload
+  std::uint64_t flip_every_bytes = 0;  ///< flips one random bit in every stretch of this many bytes; 0 = none
   std::uint64_t cut_tail_bytes = 0;
 
   bool any() const { return (front_garbage_bytes | garbage_bytes | flip_every_bytes | cut_tail_bytes) != 0; }
@@ -55,12 +55,12 @@ struct Settings {
   std::array<ChannelSettings, orvo::timing::kChannels> channels{};
   PairSettings pairs;
   std::int64_t start_ps = 0;
-  std::optional<std::uint64_t> tags;        ///< stop after so many,
-  std::optional<std::int64_t> duration_ps;  ///< or after that time; one of both is set
+  std::optional<std::uint64_t> tags;        ///< stop after this many tags,
+  std::optional<std::int64_t> duration_ps;  ///< or after this time: exactly one of the two is set
   std::uint64_t seed = 1;
   DamageSettings damage;
 
-  /// Of quantum_ps, the power of two counts.
+  /// The exponent of the largest power of two that divides `quantum_ps`.
   unsigned quantum_shift() const { return static_cast<unsigned>(std::countr_zero(quantum_ps)); }
   bool is_packed() const { return encoding == orvo::timing::StreamFormat::packed_delta; }
   bool is_raw_cf() const { return encoding == orvo::timing::StreamFormat::raw64 && tag_format == "raw_cf"; }
@@ -73,7 +73,7 @@ struct Settings {
   std::uint64_t total_rate_hz(unsigned channel) const {
     return channels[channel].rate_hz + (in_pairs(channel) ? pairs.rate_hz : 0);
   }
-  /// What is left behind the dead time.
+  /// The rate that the dead time leaves.
   double stored_rate_hz(unsigned channel) const {
     const auto rate_hz = static_cast<double>(total_rate_hz(channel));
     return rate_hz / (1 + rate_hz * 1e-12 * static_cast<double>(channels[channel].dead_time_ps));

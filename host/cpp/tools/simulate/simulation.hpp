@@ -25,7 +25,7 @@ struct StoredChannel {
   std::int64_t axis_ps = 0;   ///< decoded less simulated time
 };
 
-/// What was stored in all.
+/// All that was stored.
 struct StoredCapture {
   std::array<StoredChannel, orvo::timing::kChannels> channels{};
   std::uint64_t tags = 0;
@@ -45,8 +45,8 @@ struct StoredCapture {
   }
 };
 
-/// From the settings to encoded payload, in blocks of bounded size. Events are drawn and detected in one thread,
-/// counted and encoded in the caller's.
+/// From the settings to encoded payload, in blocks of bounded size. A second thread draws and detects events; the
+/// caller's thread counts and encodes them.
 template <class Grid, class Encoder>
 class Simulation {
  public:
@@ -64,7 +64,7 @@ class Simulation {
           return more;
         }) {}
 
-  /// The next piece of payload; empty only at the end. Valid until the next call.
+  /// The next piece of payload, valid until the next call; empty at the end.
   std::span<std::uint8_t> next() {
     while (!ended_) {
       ended_ = !tag_blocks_.next(tags_);
@@ -79,7 +79,7 @@ class Simulation {
     return {};
   }
 
-  /// Complete once `next` has come to the end.
+  /// Complete once `next` has returned an empty piece.
   StoredCapture stored() {
     coincidences_.finish();
     stored_.coincidences = coincidences_.sums();
@@ -87,12 +87,12 @@ class Simulation {
     return stored_;
   }
 
-  /// As it decodes.
+  /// The first tag as it decodes.
   orvo::timing::TimeTag first_decoded() const {
     return {stored_.first.channel, stored_.first.time_ps + encoder_.axis_ps(stored_.first.time_ps)};
   }
 
-  /// How much is done, of 1.
+  /// The part that is done, from 0 to 1.
   double progress() const {
     if (settings_.tags) return static_cast<double>(stored_.tags) / static_cast<double>(*settings_.tags);
     return static_cast<double>(stored_.last_ps - settings_.start_ps) /

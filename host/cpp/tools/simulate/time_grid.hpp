@@ -1,7 +1,7 @@
 #pragma once
 // Part of vq_simulate_stream_file: file-local throughout.
-// The times that an encoding can hold. A grid moves an event to the time that is stored for it, never past another
-// one: events in order stay in order.
+// The times that an encoding can hold. A grid rounds an event to the time that is stored for it; events in order stay
+// in order.
 #include <cstdint>
 
 #include "orvo/timing/detail/device_time.hpp"

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Times on their way, earliest first. New ones come almost in order and are moved forward from the back.
+/// Times still to come, earliest first. New ones arrive almost in order and are inserted from the back.
 class TimeQueue {
  public:
   static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
@@ -22,7 +22,7 @@ class TimeQueue {
     front_ = slot(begin_);
   }
 
-  /// Only of a queue that is not empty.
+  /// The queue must not be empty.
   void pop() {
     ++begin_;
     front_ = begin_ == end_ ? kNever : slot(begin_);

@@ -11,8 +11,8 @@
 
 namespace {
 
-/// Value of the flag "--name=value" or "--name value"; the first that is there decides. Deliberate: the word behind
-/// "--name" is its value even when it looks like a flag.
+/// Value of the flag "--name=value" or "--name value"; the first that is there decides. Deliberate: the word
+/// after "--name" is its value even when it looks like a flag.
 inline std::optional<std::string> get_flag(int argc, const char* const* argv, std::string_view name) {
   const std::string word = "--" + std::string(name);
   for (int i = 1; i < argc; ++i) {

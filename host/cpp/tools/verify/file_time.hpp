@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
-/// When the file was last written, in nanoseconds since 1970; nothing when that cannot be read or lies outside 64
+/// When the file was last written, in nanoseconds since 1970; `nullopt` when that cannot be read or lies outside 64
 /// bits, before 1677 or after 2262. (std::filesystem's own clock wraps silently for dates before 1882.)
 inline std::optional<std::int64_t> written_ns(const std::filesystem::path& path) {
   constexpr std::int64_t kMostSeconds = std::numeric_limits<std::int64_t>::max() / kNanosecondsPerSecond - 1;
@@ -23,7 +23,7 @@ inline std::optional<std::int64_t> written_ns(const std::filesystem::path& path)
   return seconds * kNanosecondsPerSecond + status.st_mtim.tv_nsec;
 }
 
-/// Whole seconds since the file was last written, negative for a file of the future; -1 when that cannot be told.
+/// Whole seconds since the file was last written, negative for a date in the future; -1 when that is unknown.
 inline std::int64_t file_age_seconds(const std::filesystem::path& path) {
   using namespace std::chrono;
   const std::optional<std::int64_t> written = written_ns(path);

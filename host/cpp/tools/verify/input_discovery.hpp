@@ -27,8 +27,8 @@ inline std::optional<DatedFile> dated_capture(const std::filesystem::directory_e
   return DatedFile{entry.path(), *written};
 }
 
-/// Replaces `newest` by a strictly newer capture at any depth below the directory. Whatever cannot be read holds
-/// none.
+/// Replaces `newest` by a strictly newer capture at any depth below the directory. What cannot be read ends the
+/// search of this directory, without an error.
 inline void search_captures(const std::filesystem::path& directory, std::optional<DatedFile>& newest) {
   std::error_code error;
   std::filesystem::recursive_directory_iterator entry(directory, error);

@@ -60,7 +60,7 @@ inline int verify(int argc, char** argv, std::ostream& out, std::ostream& err) {
   return kExitDone;
 }
 
-/// The whole program: a run, with failures told on `err`.
+/// The whole program: a run whose failures are printed on `err`.
 inline int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
   try {
     return verify(argc, argv, out, err);

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What the reports tell of a run.
+/// What the reports show of a run.
 struct RunResult {
   std::filesystem::path source;  ///< the capture
   orvo::timing::StreamFileHeader header;
@@ -22,7 +22,7 @@ struct RunResult {
   orvo::timing::XcorrHistogram histogram;
 };
 
-/// The reports' files: the output prefix with an ending appended, whatever the prefix looks like.
+/// The reports' files: the output prefix with an ending appended, even if the prefix already has one.
 struct ReportPaths {
   explicit ReportPaths(const std::filesystem::path& prefix)
       : csv(prefix), json(prefix), svg(prefix), summary(prefix) {

@@ -47,7 +47,7 @@ inline void read_settings(std::istream& in, Config& config) {
   }
 }
 
-/// The executable's directory as `argv[0]` tells it; a bare name found through PATH gives the current directory.
+/// The directory that `argv[0]` names; the current directory for a bare name, as when the program was found in PATH.
 inline std::filesystem::path executable_directory(const char* argv0) {
   std::error_code error;
   const std::filesystem::path executable = std::filesystem::absolute(argv0 != nullptr ? argv0 : "", error);

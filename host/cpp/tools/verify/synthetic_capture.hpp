@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Two periodic channels, channel 1 exactly 160 ps behind channel 0, as raw64 records in picoseconds.
+/// Two periodic channels, channel 1 exactly 160 ps after channel 0, as raw64 records in picoseconds.
 inline std::vector<std::uint8_t> synthetic_payload() {
   constexpr std::uint64_t kFirstPs = 10'000;
   constexpr std::uint64_t kPeriodPs = 20'000;
@@ -28,7 +28,7 @@ inline std::vector<std::uint8_t> synthetic_payload() {
   return bytes;
 }
 
-/// Writes a small capture with a known answer where captures are looked for, and returns its path. Later runs find
+/// Writes a small capture with a known answer where runs search for captures, and returns its path. Later runs find
 /// it.
 inline std::filesystem::path make_synthetic_capture() {
   using namespace orvo::timing;
