@@ -1,0 +1,238 @@
+#pragma once
+// A peak or a dip of a correlation histogram: how many pairs, where, how wide, each with its error.
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "orvo/timing/correlation_background.hpp"
+#include "orvo/timing/correlation_bins.hpp"
+#include "orvo/timing/correlation_significance.hpp"
+#include "orvo/timing/detail/peak_fit.hpp"
+
+namespace orvo::timing {
+
+/// What stands out of the background. Errors describe repeated recordings: compare with what a source makes on the
+/// average, not with the pairs it made this time. What cannot be told is missing.
+struct CorrelationPeak {
+  CorrelationSide side = CorrelationSide::peak;
+  bool cut = false;                   ///< part of it lies outside the view: move the view
+  Estimate pairs;                     ///< above the background; of a dip those missing
+  Estimate background_pairs;          ///< below it, in the same bins
+  Estimate level;                     ///< the background, in units of chance
+  std::optional<Estimate> place_ps;   ///< mean of its pairs, offset removed; if cut the middle at half maximum
+  std::optional<Estimate> fwhm_ps;    ///< missing below two bins and when a flank is outside the view
+  double narrowest_ps = 0;            ///< two bins: a peak without width is narrower than that or cut
+  std::optional<NormalisedCount> g2;  ///< within half a width of the place; the background, if there is one, is 1
+
+  /// Coincidences to accidentals: pairs / background_pairs. Missing without a background.
+  std::optional<Estimate> accidental_ratio() const;
+};
+
+/// P / B = C / B - 1 of C counts over a background B: variance C / B^2 + C^2 sigma_B^2 / B^4.
+inline std::optional<Estimate> coincidences_to_accidentals(double counts, Estimate background) {
+  const double square = background.value * background.value;
+  if (!(square > 0)) return std::nullopt;
+  return Estimate{
+      counts / background.value - 1,
+      std::sqrt(counts / square + counts * counts * background.error * background.error / (square * square))};
+}
+
+inline std::optional<Estimate> CorrelationPeak::accidental_ratio() const {
+  const double sign = side == CorrelationSide::peak ? 1 : -1;
+  return coincidences_to_accidentals(background_pairs.value + sign * pairs.value, background_pairs);
+}
+
+/// C - s E of C counts where E are expected and the level is s: variance max(C, 1) + sigma_s^2 E^2.
+inline Estimate pairs_above(double counts, double expected, Estimate level) {
+  return {counts - level.value * expected,
+          std::sqrt(std::max(counts, 1.0) + level.error * level.error * expected * expected)};
+}
+
+namespace detail {
+
+/// Bins `first` up to but without `end`.
+struct BinRun {
+  std::size_t first = 0;
+  std::size_t end = 0;
+
+  std::size_t size() const { return end - first; }
+};
+
+/// Of windows somewhat shorter, longer, earlier and later than the most significant one the likeliest.
+inline BinRun best_run(const CorrelationBins& bins, double level, CorrelationSide side, BinRun start) {
+  const RunningSums counts(bins.counts);
+  const RunningSums expected(bins.expected);
+  const std::size_t length = start.size();
+  BinRun best = start;
+  double highest = -1;
+  for (const double factor : {0.5, 0.7, 1.0, 1.4, 2.0}) {
+    const auto wanted = static_cast<std::size_t>(std::lround(factor * static_cast<double>(length)));
+    const std::size_t width = std::clamp<std::size_t>(wanted, 1, bins.size());
+    const std::size_t last = std::min(start.first + length, bins.size() - width);
+    for (std::size_t first = start.first - std::min(start.first, length); first <= last; ++first) {
+      const double count = counts.of(first, width);
+      const double mean = level * expected.of(first, width);
+      if (!(mean > 0) || (count > mean) != (side == CorrelationSide::peak)) continue;
+      const double likelihood = (count > 0 ? count * std::log(count / mean) : 0) - (count - mean);
+      if (likelihood > highest) {
+        highest = likelihood;
+        best = {first, first + width};
+      }
+    }
+  }
+  return best;
+}
+
+/// The bins whose middle lies within `reach` of a place, at least the nearest one.
+inline BinRun run_about(std::size_t bins, double place, double reach) {
+  const auto last = static_cast<double>(bins - 1);
+  const double first = std::clamp(std::ceil(place - reach), 0.0, last);
+  const double end = std::clamp(std::floor(place + reach), 0.0, last);
+  const auto nearest = static_cast<std::size_t>(std::lround(std::clamp(place, 0.0, last)));
+  if (end < first) return {nearest, nearest + 1};
+  return {static_cast<std::size_t>(first), static_cast<std::size_t>(end) + 1};
+}
+
+/// The runs of masked bins that a run touches.
+inline std::vector<char> masked_runs_at(const std::vector<char>& masked, BinRun run) {
+  std::vector<char> touched(masked.size());
+  for (std::size_t i = run.first; i < run.end; ++i) touched[i] = masked[i];
+  for (std::size_t i = run.first; i > 0 && masked[i - 1] != 0; --i) touched[i - 1] = 1;
+  for (std::size_t i = run.end; i < masked.size() && masked[i] != 0; ++i) touched[i] = 1;
+  return touched;
+}
+
+struct PairSums {
+  double counts = 0;
+  double expected = 0;
+
+  void add(const CorrelationBins& bins, std::size_t bin) {
+    counts += bins.counts[bin];
+    expected += bins.expected[bin];
+  }
+};
+
+/// Which bins hold the peak's pairs, and the level beside them.
+struct PeakBins {
+  PairSums inside;
+  Estimate level;
+};
+
+/// The bins within the reach of the peak and what is masked beside them, with the level of the others. Where these
+/// are few, the masked bins alone.
+inline PeakBins peak_bins(const CorrelationBins& bins, const CorrelationBackground& background, BinRun reach) {
+  constexpr double kEnough = 0.25;
+  std::vector<char> taken = masked_runs_at(background.masked, reach);
+  const bool has_masked = std::find(taken.begin(), taken.end(), 1) != taken.end();
+  std::vector<char> left_out = background.masked;
+  for (std::size_t i = reach.first; i < reach.end; ++i) left_out[i] = 1;
+  PeakBins result{{}, {background.level, background.error}};
+  const bool enough = background.measured && share_free(left_out) >= kEnough;
+  if (enough) result.level = free_level(bins, left_out);
+  if (enough || !has_masked) {
+    for (std::size_t i = reach.first; i < reach.end; ++i) taken[i] = 1;
+  }
+  for (std::size_t i = 0; i < bins.size(); ++i) {
+    if (taken[i] != 0) result.inside.add(bins, i);
+  }
+  return result;
+}
+
+inline double place_in_ps(const CorrelationBins& bins, double place) {
+  const std::size_t half = bins.size() / 2;
+  return bins.middle_ps[half] + (place - static_cast<double>(half)) * bins.bin_ps;
+}
+
+/// Bins joined in groups, so that a wide peak is as quick to fit as a narrow one.
+inline CorrelationBins joined(const CorrelationBins& bins, std::size_t group) {
+  CorrelationBins wide;
+  wide.bin_ps = bins.bin_ps * static_cast<double>(group);
+  for (std::size_t first = 0; first < bins.size(); first += group) {
+    const std::size_t end = std::min(first + group, bins.size());
+    PairSums sums;
+    double middle = 0;
+    for (std::size_t i = first; i < end; ++i) {
+      sums.add(bins, i);
+      middle += bins.middle_ps[i];
+    }
+    wide.counts.push_back(sums.counts);
+    wide.expected.push_back(sums.expected);
+    wide.middle_ps.push_back(middle / static_cast<double>(end - first));
+  }
+  return wide;
+}
+
+inline std::vector<char> joined(const std::vector<char>& masked, std::size_t group) {
+  std::vector<char> wide((masked.size() + group - 1) / group);
+  for (std::size_t i = 0; i < masked.size(); ++i) wide[i / group] |= masked[i];
+  return wide;
+}
+
+/// Place and width, with the place in picoseconds where it is known.
+inline void describe_shape(CorrelationPeak& peak, const CorrelationBins& bins, const PeakFit& fit) {
+  const double w = bins.bin_ps;
+  peak.cut = fit.is_cut();
+  peak.narrowest_ps = 2 * w;
+  const bool has_width = fit.shape().is_whole() && fit.width() >= 2;
+  if (has_width) peak.fwhm_ps = Estimate{fit.width() * w, fit.width_error() * w};
+  if (!peak.cut) {
+    const double variance = fit.mean().error * fit.mean().error + (has_width ? 0 : 1.0 / 12);
+    peak.place_ps = Estimate{place_in_ps(bins, fit.mean().value), std::sqrt(variance) * w};
+  } else if (fit.shape().is_whole()) {
+    const Estimate middle = fit.middle();
+    peak.place_ps = Estimate{place_in_ps(bins, middle.value), middle.error * w};
+  }
+  for (std::optional<Estimate>* estimate : {&peak.place_ps, &peak.fwhm_ps}) {
+    if (*estimate && !(std::isfinite((*estimate)->value) && std::isfinite((*estimate)->error))) estimate->reset();
+  }
+}
+
+}  // namespace detail
+
+/// The peak or dip at the most significant window of `window_significance`.
+///
+/// Width: distance of the crossings at half of the top of the counts, smoothed by a Gaussian no wider than the noise
+/// asks for and never wider than the peak, bins and smoothing taken off in squares, as is exact for a Gaussian; a
+/// two-sided exponential reads 16 % wide, a rectangle 2 % narrow, anything below four bins 2 % wide. Below 100 pairs
+/// read its error as a factor. Place: mean of the pairs within 1.5 widths. Pairs: all counts there and in masked bins
+/// beside, less the background.
+inline CorrelationPeak correlation_peak(const CorrelationBins& bins, const CorrelationBackground& background,
+                                        const CorrelationSignificance& window, CorrelationSide side) {
+  constexpr std::size_t kWideWindow = 256;
+  if (window.bins >= kWideWindow) {
+    const std::size_t group = window.bins / (kWideWindow / 4);
+    CorrelationBackground wide = background;
+    wide.masked = detail::joined(background.masked, group);
+    return correlation_peak(detail::joined(bins, group), wide,
+                            {window.probability, window.first / group, window.bins / group}, side);
+  }
+  CorrelationPeak peak;
+  peak.side = side;
+  peak.level = {background.level, background.error};
+  if (window.bins == 0) return peak;
+  const double sign = side == CorrelationSide::peak ? 1 : -1;
+  const detail::BinRun pilot =
+      detail::best_run(bins, background.level, side, {window.first, window.first + window.bins});
+  const detail::PeakFit fit(detail::peak_heights(bins, peak.level, sign), pilot.first, pilot.size());
+  detail::describe_shape(peak, bins, fit);
+
+  const double middle = fit.is_cut() ? fit.shape().place : fit.mean().value;
+  const detail::PeakBins parts =
+      detail::peak_bins(bins, background, detail::run_about(bins.size(), middle, fit.half_window()));
+  peak.level = parts.level;
+  peak.pairs = pairs_above(parts.inside.counts, parts.inside.expected, parts.level);
+  peak.pairs.value *= sign;
+  peak.background_pairs = {parts.level.value * parts.inside.expected, parts.level.error * parts.inside.expected};
+
+  const detail::BinRun core = detail::run_about(bins.size(), middle, std::max(fit.width() / 2, 0.5));
+  detail::PairSums sums;
+  for (std::size_t i = core.first; i < core.end; ++i) sums.add(bins, i);
+  const double unrelated = parts.level.value > 0 ? parts.level.value : 1;
+  peak.g2 = normalised(sums.counts, unrelated * sums.expected);
+  return peak;
+}
+
+}  // namespace orvo::timing

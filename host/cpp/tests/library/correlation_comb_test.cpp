@@ -1,0 +1,139 @@
+#include "orvo/timing/correlation_comb.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <random>
+
+#include "support/simulated_correlation.hpp"
+
+namespace {
+
+using orvo::timing::correlation_comb;
+using orvo::timing::CorrelationBins;
+using orvo::timing::CorrelationComb;
+using orvo::timing::CorrelationSide;
+
+struct SimulatedComb {
+  double period = 31.7;
+  double first = 12.2;  ///< a tooth, in bins from the first one
+  double width = 6;
+  double pairs = 400;  ///< of a tooth
+  double background = 2;
+  int odd = -1;          ///< index of a tooth of its own
+  double odd_pairs = 0;  ///< its pairs
+  std::size_t bins = 1001;
+};
+
+/// One recording of the comb, in bins of 1 ps about 0.
+CorrelationBins drawn_comb(const SimulatedComb& comb, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  CorrelationBins bins;
+  for (std::size_t i = 0; i < comb.bins; ++i) {
+    double mean = comb.background;
+    int tooth = 0;
+    for (double at = comb.first; at < static_cast<double>(comb.bins) + comb.period; at += comb.period, ++tooth) {
+      const double x = static_cast<double>(i) - at;
+      mean +=
+          (tooth == comb.odd ? comb.odd_pairs : comb.pairs) * (orvo::test::gaussian_profile((x + 0.5) / comb.width) -
+                                                               orvo::test::gaussian_profile((x - 0.5) / comb.width));
+    }
+    bins.middle_ps.push_back(static_cast<double>(i) - static_cast<double>(comb.bins / 2));
+    bins.counts.push_back(static_cast<double>(std::poisson_distribution<std::int64_t>(mean)(random)));
+    bins.expected.push_back(comb.background + comb.pairs / comb.period);
+  }
+  return bins;
+}
+
+TEST(CorrelationComb, OfPulsedLightHasItsPeriodFloorAndTeeth) {
+  const auto comb = correlation_comb(drawn_comb({}, 1));
+  ASSERT_TRUE(comb);
+  EXPECT_NEAR(comb->period_ps.value, 31.7, 0.02);
+  EXPECT_NEAR(comb->pairs.value, 400, 20);
+  EXPECT_NEAR(comb->level.value, 2 / (2 + 400 / 31.7), 0.01);
+  EXPECT_NEAR(std::remainder(comb->tooth_ps - (12.2 - 500), 31.7), 0, 0.5);
+  EXPECT_FALSE(comb->odd);
+  EXPECT_LT(comb->probability.log10(), -100);
+}
+
+TEST(CorrelationComb, AMissingToothIsADip) {
+  const auto comb = correlation_comb(drawn_comb({.odd = 17, .odd_pairs = 0}, 2));
+  ASSERT_TRUE(comb && comb->odd);
+  EXPECT_EQ(comb->odd->side, CorrelationSide::dip);
+  EXPECT_NEAR(comb->odd->place_ps, 12.2 + 17 * 31.7 - 500, 0.5);
+  EXPECT_NEAR(comb->odd->of_others.value, 0, 0.1);
+  EXPECT_NEAR(comb->odd->pairs.value, 400, 40);
+}
+
+TEST(CorrelationComb, AHalfFilledToothIsADipOfHalfTheCoincidences) {
+  const auto comb = correlation_comb(drawn_comb({.odd = 9, .odd_pairs = 200}, 3));
+  ASSERT_TRUE(comb && comb->odd);
+  EXPECT_EQ(comb->odd->side, CorrelationSide::dip);
+  EXPECT_NEAR(comb->odd->of_others.value, 0.5, 4 * comb->odd->of_others.error);
+  EXPECT_NEAR(comb->odd->of_others.error, 0.04, 0.01);
+}
+
+TEST(CorrelationComb, AHigherToothIsAPeak) {
+  const auto comb = correlation_comb(drawn_comb({.odd = 20, .odd_pairs = 4000}, 4));
+  ASSERT_TRUE(comb && comb->odd);
+  EXPECT_EQ(comb->odd->side, CorrelationSide::peak);
+  EXPECT_NEAR(comb->odd->place_ps, 12.2 + 20 * 31.7 - 500, 0.5);
+  EXPECT_NEAR(comb->odd->pairs.value, 3600, 4 * comb->odd->pairs.error);
+}
+
+TEST(CorrelationComb, OfNarrowTeethIsNotTakenForOneOfHalfThePeriod) {
+  const auto comb = correlation_comb(drawn_comb({.period = 100.3, .width = 2, .pairs = 300, .background = 0.1}, 5));
+  ASSERT_TRUE(comb);
+  EXPECT_NEAR(comb->period_ps.value, 100.3, 0.1);
+}
+
+TEST(CorrelationComb, OfTeethThatRunIntoOneAnotherIsFound) {
+  const auto comb = correlation_comb(drawn_comb({.period = 25, .width = 16, .pairs = 4000, .background = 100}, 6));
+  ASSERT_TRUE(comb);
+  EXPECT_NEAR(comb->period_ps.value, 25, 0.1);
+}
+
+TEST(CorrelationComb, IsFoundInNearlyAllRecordingsWithTheErrorItTells) {
+  int found = 0;
+  orvo::test::Pulls period;
+  for (std::uint64_t seed = 0; seed < 60; ++seed) {
+    const SimulatedComb source{.period = 41.3, .width = 5, .pairs = 40, .background = 0.5};
+    if (const auto comb = correlation_comb(drawn_comb(source, seed))) {
+      ++found;
+      period.add((comb->period_ps.value - 41.3) / comb->period_ps.error);
+    }
+  }
+  EXPECT_GE(found, 57);
+  EXPECT_NEAR(period.mean(), 0, 0.6);
+  EXPECT_NEAR(period.width(), 1, 0.4);
+}
+
+TEST(CorrelationComb, IsNotSeenInNoisePeaksAndDips) {
+  using orvo::test::drawn_bins;
+  for (std::uint64_t seed = 0; seed < 40; ++seed) {
+    for (const double pairs : {0.0, 300.0, 5000.0, 100'000.0, -1500.0}) {
+      for (const double width : {1.0, 20.0, 120.0}) {
+        EXPECT_FALSE(correlation_comb(drawn_bins({.pairs = pairs, .width = width, .background = 2000}, seed)));
+      }
+      if (pairs >= 0) {
+        EXPECT_FALSE(correlation_comb(drawn_bins({.pairs = pairs, .background = 0.3, .bins = 301}, seed)));
+      }
+    }
+  }
+}
+
+TEST(CorrelationComb, IsNoneInViewsWithoutBinsOrCounts) {
+  CorrelationBins bins;
+  EXPECT_FALSE(correlation_comb(bins));
+  for (int i = 0; i < 100; ++i) {
+    bins.middle_ps.push_back(i);
+    bins.counts.push_back(0);
+    bins.expected.push_back(0);
+  }
+  EXPECT_FALSE(correlation_comb(bins));
+  bins.expected.assign(100, 1);
+  EXPECT_FALSE(correlation_comb(bins));
+}
+
+}  // namespace

@@ -1,0 +1,101 @@
+#include "orvo/timing/rate_segments.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "orvo/timing/xcorr_histogram.hpp"
+
+namespace {
+
+using orvo::timing::chance_pairs;
+using orvo::timing::CommonDrift;
+using orvo::timing::rate_segments;
+using orvo::timing::RateSegments;
+
+const RateSegments kThree{1000, {10, 20, 5}, {30, 10, 20}};
+
+TEST(RateSegments, ExpectTheProductsOfTheirTags) {
+  EXPECT_NEAR(chance_pairs(kThree, {4, 9, 0})[0], 5.3995, 1e-9);
+  EXPECT_NEAR(chance_pairs(kThree, {4, 9, 1200})[0], 3.96, 1e-9);
+  EXPECT_EQ(chance_pairs(kThree, {4, 9, 5000})[0], 0);
+  EXPECT_EQ(chance_pairs(kThree, {4, 9, -5000})[0], 0);
+}
+
+TEST(RateSegments, TellHowOftenBothAreBrightTogether) {
+  const CommonDrift drift = kThree.common_drift(0);
+  EXPECT_NEAR(drift.factor, 0.857143, 5e-7);
+  EXPECT_NEAR(drift.error, 0.030861, 5e-7);
+  EXPECT_FALSE(drift.is_steady());
+  EXPECT_TRUE((RateSegments{1000, {10}, {30}}).common_drift(0).is_steady());
+  EXPECT_TRUE(RateSegments{}.common_drift(0).is_steady());
+}
+
+TEST(RateSegments, TruePairsAreNotTakenForChance) {
+  // 600 products of tags of the same segment, 100 of which are pairs of a delay of 250 ps: a quarter of these would
+  // count with the products of neighbours.
+  const std::vector<double> plain = chance_pairs(kThree, {0x7F, 255, 0});
+  const std::vector<double> less = chance_pairs(kThree, {0x7F, 255, 0}, {100, 250});
+  double expected = 0;
+  for (int d = -127; d <= 127; ++d) {
+    const double own = d < 0 ? (1000.0 + d) / 1000 : (1000.0 - d) / 1000;
+    expected += (75 * own + (d > 0 ? 25.0 * d / 1000 : 0)) / 1000;
+  }
+  EXPECT_NEAR(plain[0] - less[0], expected, 1e-9);
+}
+
+TEST(RateSegments, OneOfThemIsTheSteadyRate) {
+  const RateSegments one{1000, {10}, {30}};
+  for (const std::int64_t offset_ps : {-999, -300, 0, 17, 600, 1100}) {
+    EXPECT_NEAR(chance_pairs(one, {4, 9, offset_ps})[0],
+                chance_pairs({{0, 1000, 10}, {0, 1000, 30}}, {4, 9, offset_ps})[0], 1e-9);
+  }
+}
+
+TEST(RateSegments, HoldEveryTagOnce) {
+  std::vector<std::int64_t> a;
+  std::vector<std::int64_t> b;
+  for (std::int64_t i = 0; i < 5000; ++i) a.push_back(-7000 + 3 * i);
+  for (std::int64_t i = 0; i < 4000; ++i) b.push_back(-7000 + 4 * i);
+  const RateSegments segments = rate_segments(a, b);
+  ASSERT_EQ(segments.a.size(), 4U);
+  EXPECT_EQ(segments.a[0] + segments.a[1] + segments.a[2] + segments.a[3], 5000);
+  EXPECT_EQ(segments.b[0] + segments.b[1] + segments.b[2] + segments.b[3], 4000);
+  EXPECT_NEAR(segments.b[2], 1000, 2);
+  EXPECT_EQ(rate_segments({}, b).a.size(), 1U);
+}
+
+/// Tags whose rate swings by half, ten times in the recording.
+std::vector<std::int64_t> drifting_tags(std::uint64_t seed, int tags) {
+  constexpr double kLengthPs = 1e12;
+  std::mt19937_64 random(seed);
+  std::uniform_real_distribution<double> uniform(0, 1);
+  std::vector<std::int64_t> times;
+  while (static_cast<int>(times.size()) < tags) {
+    const double time = uniform(random);
+    const double rate = (1 + 0.5 * std::sin(2 * 3.141592653589793 * 10 * time)) / 1.5;
+    if (uniform(random) < rate) times.push_back(static_cast<std::int64_t>(time * kLengthPs));
+  }
+  std::sort(times.begin(), times.end());
+  return times;
+}
+
+TEST(RateSegments, FollowDriftsThatSteadyRatesMiss) {
+  const std::vector<std::int64_t> a = drifting_tags(1, 600'000);
+  const std::vector<std::int64_t> b = drifting_tags(2, 600'000);
+  const orvo::timing::XcorrWindow window{10'000'000, 20'000'001, 0};
+  const auto counted = static_cast<double>(orvo::timing::xcorr_histogram_sorted(a, b, window).counts[0]);
+  const double steady = chance_pairs(orvo::timing::recording_of(a, b), window)[0];
+  const double followed = chance_pairs(rate_segments(a, b), window)[0];
+  const double error =
+      1 / std::sqrt(counted);  // 7.2 million pairs, and 1 + 0.5^2 / 2 times as many as steady rates give
+  EXPECT_NEAR(counted / steady, 1.125, 0.005);
+  EXPECT_NEAR(counted / followed, 1, 4 * error + 0.0005);
+  EXPECT_FALSE(rate_segments(a, b).common_drift(0).is_steady());
+}
+
+}  // namespace
