@@ -12,9 +12,11 @@
 #include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 #include "orvo/timing/stream_file_reader.hpp"
-#include "plain/verify_plain.hpp"
+#include "reference/capture_file.hpp"
+#include "support/as_reference.hpp"
 #include "support/captures.hpp"
 #include "support/lazy.hpp"
+#include "support/plain_files.hpp"
 #include "support/rows.hpp"
 
 namespace {
@@ -90,18 +92,18 @@ class Fast {
   Lists lists_;
 };
 
-/// A plain decoder, and lists that keep all times or those of one chunk.
+/// A reference decoder, and lists that keep all times or those of one chunk.
 template <class Decoder, bool kKeep>
 class Plain {
  public:
-  explicit Plain(const timing::StreamFileHeader& header) : decoder_(header) {}
+  explicit Plain(const timing::StreamFileHeader& header) : decoder_(test::as_reference(header)) {}
 
   void feed(std::span<const std::uint8_t> chunk) {
     if (!kKeep) {
       for (auto& list : lists_) list.clear();
     }
-    const std::vector<timing::TimeTag> tags = decoder_.feed(chunk);
-    for (const timing::TimeTag& tag : tags) lists_[tag.channel].push_back(tag.time_ps);
+    const test::reference::Tags tags = decoder_.feed(chunk);
+    for (const test::reference::Tag& tag : tags) lists_[static_cast<std::size_t>(tag.channel)].push_back(tag.time_ps);
     tags_ += tags.size();
   }
   std::uint64_t tags() const { return tags_; }
@@ -153,7 +155,7 @@ void read_file_plainly(benchmark::State& state, const Input& input) {
   std::uint64_t tags = 0;
   for (auto _ : state) {
     tags = 0;
-    test::plain::decode_file(input.path, [&tags](const test::plain::Tags& more) { tags += more.size(); });
+    bench::decode_file_plainly(input.path, [&tags](const test::reference::Tags& more) { tags += more.size(); });
   }
   check(state, tags);
   state.SetLabel(input.payload.note);
@@ -187,11 +189,11 @@ void add(const bench::Encoding& encoding, double spacing_ps) {
 }  // namespace
 
 void orvo::bench::add_decoding() {
-  add<test::plain::Raw64Decoder>(raw64_ps(), 20'000);
-  add<test::plain::Raw64Decoder>(raw64_cf(), 20'000);
-  add<test::plain::Delta32Decoder>(delta32(), 20'000);
-  add<test::plain::PackedDeltaDecoder>(packed(16), 20'000);
-  add<test::plain::PackedDeltaDecoder>(packed(16), 1'000'000);
-  add<test::plain::PackedDeltaDecoder>(packed(8), 200);
-  add<test::plain::PackedDeltaDecoder>(packed(8), 20'000);
+  add<test::reference::Raw64Decoder>(raw64_ps(), 20'000);
+  add<test::reference::Raw64Decoder>(raw64_cf(), 20'000);
+  add<test::reference::Delta32Decoder>(delta32(), 20'000);
+  add<test::reference::PackedDeltaDecoder>(packed(16), 20'000);
+  add<test::reference::PackedDeltaDecoder>(packed(16), 1'000'000);
+  add<test::reference::PackedDeltaDecoder>(packed(8), 200);
+  add<test::reference::PackedDeltaDecoder>(packed(8), 20'000);
 }

@@ -16,6 +16,8 @@
 namespace {
 
 using namespace orvo;
+using test::operator+;
+using test::operator+=;
 
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;
 
@@ -34,12 +36,9 @@ void decode(const timing::StreamFileHeader& header, const bench::Bytes& payload)
 
 /// Sync word, a word that loses the sync, sync word, ...
 bench::Bytes delta32_that_loses_sync(std::size_t size) {
-  bench::BitWriter out;
-  for (std::size_t i = 0; i < size / 8; ++i) {
-    out.put(0xEB5A'55AA, 32);
-    out.put(0, 32);
-  }
-  return out.finish();
+  bench::Bytes out;
+  for (std::size_t i = 0; i < size / 8; ++i) out += test::d32_sync() + bench::Bytes(4, 0);
+  return out;
 }
 
 /// A good stream with a record of an inactive channel in every 100 KiB, which costs the lock once in every read:

@@ -1,12 +1,15 @@
-// The histogram beside its plain twin: two sorted copies and two binary searches for each A event.
+// The histogram beside its reference: two sorted copies and two binary searches for each A event.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <numeric>
 #include <string>
 
 #include "orvo/timing/xcorr_histogram.hpp"
-#include "plain/xcorr_histogram_plain.hpp"
+#include "reference/histogram.hpp"
+#include "support/as_reference.hpp"
 #include "support/inputs.hpp"
 #include "support/lazy.hpp"
 #include "support/rows.hpp"
@@ -22,8 +25,9 @@ timing::XcorrHistogram histogram(const bench::TwoChannels& channels, const timin
   return timing::xcorr_histogram(channels.a, channels.b, window.range_ps, window.bin_ps, window.offset_ps);
 }
 
-timing::XcorrHistogram plain_histogram(const bench::TwoChannels& channels, const timing::XcorrWindow& window) {
-  return test::plain::xcorr_histogram<std::int64_t>(channels.a, channels.b, window);
+/// 64 bits, as one would first write it.
+test::reference::Histogram plain_histogram(const bench::TwoChannels& channels, const timing::XcorrWindow& window) {
+  return test::reference::histogram<std::int64_t>(channels.a, channels.b, test::as_reference(window));
 }
 
 /// As `histogram`, with the standard library's sort.
@@ -38,12 +42,13 @@ timing::XcorrHistogram histogram_after_standard_sort(const bench::TwoChannels& c
 template <class Histogram>
 auto measure(const Channels& channels, const timing::XcorrWindow& window, Histogram form) {
   return [=](benchmark::State& state) {
-    timing::XcorrHistogram result;
+    decltype(form(*channels, window)) result;
     for (auto _ : state) benchmark::DoNotOptimize(result = form(*channels, window));
     const auto events = static_cast<double>(channels->a.size());
-    char pairs[32];
-    std::snprintf(pairs, sizeof pairs, "%.2f pairs/event", static_cast<double>(xcorr_moments(result).total) / events);
-    state.SetLabel(pairs);
+    const std::int64_t pairs = std::accumulate(result.counts.begin(), result.counts.end(), std::int64_t{0});
+    char label[32];
+    std::snprintf(label, sizeof label, "%.2f pairs/event", static_cast<double>(pairs) / events);
+    state.SetLabel(label);
     bench::give_time(state, "ns/event", events);
   };
 }

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "orvo/timing/offset_estimate.hpp"
-#include "plain/offset_estimate_plain.hpp"
+#include "reference/offset_estimate.hpp"
 #include "support/inputs.hpp"
 #include "support/lazy.hpp"
 #include "support/rows.hpp"
@@ -20,7 +20,7 @@ void add(const std::string& work, const Channels& channels) {
     bench::give_time(state, "ms");
   });
   bench::add_plain(work, [channels](benchmark::State& state) {
-    for (auto _ : state) benchmark::DoNotOptimize(test::plain::offset_estimate_ps(channels->a, channels->b));
+    for (auto _ : state) benchmark::DoNotOptimize(test::reference::offset_estimate_ps(channels->a, channels->b));
     bench::give_time(state, "ms");
   });
 }

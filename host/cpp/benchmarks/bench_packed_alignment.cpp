@@ -2,7 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include "orvo/timing/stream_decoder.hpp"
-#include "plain/packed_alignment_plain.hpp"
+#include "reference/packed_alignment.hpp"
 #include "support/captures.hpp"
 #include "support/inputs.hpp"
 #include "support/lazy.hpp"
@@ -29,8 +29,8 @@ void add(const std::string& work, const bench::Lazy<bench::Bytes>& window) {
     bench::give_time(state, "ms");
   });
   bench::add_plain(work, [window](benchmark::State& state) {
-    const test::plain::AlignmentQuestion question{0b0011, timing::StreamMode::external, 16, 19, *window};
-    for (auto _ : state) benchmark::DoNotOptimize(test::plain::search_alignment(question));
+    const test::reference::AlignmentQuestion question{0b0011, false, 16, 19, *window};
+    for (auto _ : state) benchmark::DoNotOptimize(test::reference::search_alignment(question));
     bench::give_time(state, "ms");
   });
 }

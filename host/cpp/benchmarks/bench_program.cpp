@@ -1,6 +1,6 @@
-// Captures of 20 million tags: decoded into lists per channel, beside the plain decoders, whose tags are collected
-// and then split; and verified by the program from its start to its exit, beside the program that is put together
-// from plain twins and must find the same. Last, the program on the synthetic capture that it makes itself.
+// Captures of 20 million tags: decoded into lists per channel, beside the reference decoders, whose tags are
+// collected and then split; and verified by the program from its start to its exit, beside the program that is put
+// together from references and must find the same. Last, the program on the synthetic capture that it makes itself.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -15,9 +15,10 @@
 
 #include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/stream_file_reader.hpp"
-#include "plain/verify_plain.hpp"
+#include "reference/tag.hpp"
 #include "support/captures.hpp"
 #include "support/lazy.hpp"
+#include "support/plain_files.hpp"
 #include "support/rows.hpp"
 #include "support/run_program.hpp"
 #include "support/temp_directory.hpp"
@@ -105,9 +106,9 @@ std::uint64_t decode_into_lists(const std::string& path) {
 }
 
 std::uint64_t decode_into_lists_plainly(const std::string& path) {
-  const test::plain::Tags tags = test::plain::decode_file(path);
-  std::array<test::plain::Times, timing::kChannels> times;
-  for (const timing::TimeTag& tag : tags) times[tag.channel].push_back(tag.time_ps);
+  const test::reference::Tags tags = bench::decode_file_plainly(path);
+  std::array<test::reference::Times, timing::kChannels> times;
+  for (const test::reference::Tag& tag : tags) times[static_cast<std::size_t>(tag.channel)].push_back(tag.time_ps);
   benchmark::DoNotOptimize(times);
   return tags.size();
 }

@@ -1,4 +1,4 @@
-// delta32: the model's tags under equal chunking, and at most 3 bytes wait.
+// delta32: the reference's tags and state under equal chunking, and at most 3 bytes wait.
 //
 //   form | chunk sizes (8) | payload, or, with bit 0 of the form, a script of words
 #include <algorithm>
@@ -11,26 +11,31 @@
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/strict_sink.hpp"
-#include "model/delta32_streams.hpp"
 #include "orvo/timing/stream_decoder.hpp"
+#include "reference/delta32.hpp"
+#include "support/as_reference.hpp"
+#include "support/decoder_state.hpp"
+#include "support/delta32_payload.hpp"
+#include "support/streams.hpp"
 
 namespace {
 
 using orvo::fuzz::Input;
 using orvo::fuzz::require;
-using orvo::test::model::Delta32Model;
+using namespace orvo::test;
+using orvo::test::reference::Delta32Decoder;
 
 /// Words in an order that the input chooses. Two of the steps write a time relative to the channel's last one, which
-/// a model keeps: chance alone would not meet the limits.
+/// a decoder keeps: chance alone would not meet the limits.
 class Script {
  public:
   orvo::test::Bytes run(Input& input) {
-    while (!input.empty() && out_.bytes.size() < 8192) {
+    while (!input.empty() && out_.size() < 8192) {
       step(input, input.byte());
-      aim_.feed(std::span(out_.bytes).subspan(fed_));
-      fed_ = out_.bytes.size();
+      aim_.feed(std::span(out_).subspan(fed_));
+      fed_ = out_.size();
     }
-    return out_.bytes;
+    return out_;
   }
 
  private:
@@ -38,39 +43,46 @@ class Script {
     const std::uint32_t channel = code & 3u;
     switch (code >> 2 & 15) {
       case 0:
-        return out_.sync();
+        return write(d32_sync());
       case 1:
-        return out_.word(1, 1, 5, input.number(4) & 0x1FF'FFFF);
+        return write(d32_base_low(input.number(4) & 0x1FF'FFFF));
       case 2:
-        return out_.word(1, 2, 5, input.number(3) & 0x1'FFFF);
+        return write(d32_base_high(input.number(3) & 0x1'FFFF));
       case 3:
-        return out_.word(1, 0, 5, input.number(3) & 0x1'FFFF);
+        return write(d32_extension(input.number(3) & 0x1'FFFF));
       case 4:
-        return out_.word(1, 3, 5, input.number(4) & 0x1FF'FFFF);
-      case 5:
-        return out_.word(code >> 7, channel, input.byte() & 15u, input.number(4) & 0x1FF'FFFF);
+        return write(d32_word({.control = 1, .channel = 3, .type = 5, .payload = input.number(4) & 0x1FF'FFFF}));
+      case 5: {
+        const std::uint32_t type = input.byte() & 15u;
+        return write(d32_word({.control = std::uint32_t{code} >> 7,
+                               .channel = channel,
+                               .type = type,
+                               .payload = input.number(4) & 0x1FF'FFFF}));
+      }
       case 6:
-        return out_.bytes.push_back(input.byte());
+        return out_.push_back(input.byte());
       case 7:
-        return out_.sync_with_base(input.number(6));
+        return write(d32_base(input.number(6)));
       case 8:
       case 9: {
         const auto last = static_cast<std::uint64_t>(aim_.last_time[channel]);
-        return out_.sync_with_base(last + limit(input, last) * (code >> 7 == 0 ? 1 : ~std::uint64_t{0}));
+        return write(d32_base(last + limit(input, last) * (code >> 7 == 0 ? 1 : ~std::uint64_t{0})));
       }
       case 10:
       case 11:
-        return out_.event(channel,
-                          limit(input, static_cast<std::uint64_t>(aim_.last_time[channel])) & 0x1FFF'FFFF'FFFF);
+        return write(
+            d32_gap(channel, limit(input, static_cast<std::uint64_t>(aim_.last_time[channel])) & 0x1FFF'FFFF'FFFF));
       default:
-        return out_.word(0, channel, 10, input.number(1 + (code >> 6 & 1) * 2));
+        return write(d32_event(channel, input.number(1 + (code >> 6 & 1) * 2)));
     }
   }
+
+  void write(const orvo::test::Bytes& words) { out_.insert(out_.end(), words.begin(), words.end()); }
 
   /// A difference at which a rule changes.
   static std::uint64_t limit(Input& input, std::uint64_t last) {
     constexpr std::uint64_t kWrapStep = 0xFB'0000'0000;
-    constexpr std::uint64_t kPeriod = orvo::test::model::kDevicePeriod;
+    constexpr std::uint64_t kPeriod = orvo::test::kDevicePeriod;
     const std::uint64_t to_period_end = kPeriod - last % kPeriod;
     const std::uint64_t limits[] = {0,
                                     kWrapStep,
@@ -84,8 +96,8 @@ class Script {
            static_cast<std::uint64_t>(static_cast<std::int8_t>(input.byte()));
   }
 
-  orvo::test::model::Delta32Encoder out_;
-  Delta32Model aim_{orvo::timing::StreamFileHeader{}};
+  orvo::test::Bytes out_;
+  Delta32Decoder aim_;
   std::size_t fed_ = 0;
 };
 
@@ -102,21 +114,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   orvo::timing::StreamFileHeader header;
   header.stream_format = orvo::timing::StreamFormat::delta32;
   orvo::timing::StreamDecoder decoder = orvo::fuzz::fresh_decoder(header);
-  Delta32Model model(header);
+  Delta32Decoder expected;
   std::size_t at = 0;
   for (std::size_t i = 0; at < payload.size(); ++i) {
     const std::size_t count = std::min<std::size_t>(1 + chunk_sizes[i % chunk_sizes.size()], payload.size() - at);
     decoder.pending_bytes.append(payload.data() + at, count);
     const auto tags = i % 2 == 0 ? decoder.feed_delta32() : orvo::fuzz::strict_feed(decoder);
-    require(tags == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
+    require(as_reference(tags) == expected.feed(std::span(payload).subspan(at, count)),
+            "the tags are the reference's");
     at += count;
     require(decoder.pending_bytes.size() <= 3, "at most 3 bytes wait");
-    require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(),
-                       decoder.pending_bytes.end()),
-            "the same bytes wait");
-    require(decoder.d32_synced == model.synced && decoder.d32_frame_state == model.frame_state &&
-                decoder.d32_last_time == model.last_time && decoder.d32_has_time == model.has_time,
-            "the decoder stands where the model stands");
+    require(difference(decoder, expected).empty(), "the decoder stands where its reference stands");
   }
   return 0;
 }

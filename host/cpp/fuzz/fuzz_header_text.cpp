@@ -1,4 +1,4 @@
-// Header text: reading it agrees with a second reader, and what is written from it is sound JSON that reads back.
+// Header text: reading it agrees with the reference, and what is written from it is sound JSON that reads back.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -7,8 +7,9 @@
 #include <string_view>
 
 #include "fuzz/support/require.hpp"
-#include "model/header_model.hpp"
 #include "orvo/timing/stream_header_json.hpp"
+#include "reference/header.hpp"
+#include "support/as_reference.hpp"
 #include "support/strict_json.hpp"
 
 namespace {
@@ -16,23 +17,6 @@ namespace {
 using orvo::fuzz::require;
 using orvo::test::StrictJson;
 using orvo::timing::StreamFileHeader;
-namespace model = orvo::test::model;
-
-model::Header as_model(const StreamFileHeader& header) {
-  return {.stream_format = static_cast<int>(header.stream_format),
-          .mode = static_cast<int>(header.mode),
-          .stream_transport = static_cast<int>(header.stream_transport),
-          .channel_mask = header.channel_mask,
-          .tdl_index = header.tdl_index,
-          .delta_bits = header.delta_bits,
-          .quantum_ps = header.quantum_ps,
-          .raw64_tag_format = header.raw64_tag_format,
-          .created_utc = header.created_utc,
-          .application = header.application,
-          .device_product = header.device_product,
-          .device_serial = header.device_serial,
-          .device_port = header.device_port};
-}
 
 std::array<std::string*, 6> texts(StreamFileHeader& header) {
   return {&header.raw64_tag_format, &header.created_utc,   &header.application,
@@ -83,7 +67,9 @@ void check_json_of(const StreamFileHeader& header, const std::string& json) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   StreamFileHeader header = orvo::timing::stream_header_from_json(text);
-  require(model::describe(as_model(header)) == model::describe(model::read_header(text)), "both readers agree");
+  namespace reference = orvo::test::reference;
+  require(reference::describe(orvo::test::as_reference(header)) == reference::describe(reference::read_header(text)),
+          "both readers agree");
 
   const std::string json = orvo::timing::stream_header_to_json(header);
   StreamFileHeader again = orvo::timing::stream_header_from_json(json);

@@ -1,5 +1,5 @@
-// The histogram of any times with any settings is the plain one, from sorted and from unsorted lists; peak and
-// moments are those of the model.
+// The histogram of any times with any settings is that of the reference, from sorted and from unsorted lists; peak
+// and moments are its own.
 //
 //   form | range, or with bit 0 of the form, half bins (2) and a rest | bin | offset | list A | list B | pairs to
 //   add: an A event (1), a number of half bins (2), a rest (1)
@@ -14,16 +14,16 @@
 #include "fuzz/support/made_times.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/time_lists.hpp"
-#include "model/histogram_model.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
-#include "plain/xcorr_histogram_plain.hpp"
+#include "reference/histogram.hpp"
+#include "support/as_reference.hpp"
 
 namespace {
 
 using orvo::fuzz::require;
 using orvo::timing::XcorrHistogram;
 using orvo::timing::XcorrWindow;
-namespace model = orvo::test::model;
+namespace reference = orvo::test::reference;
 using Times = std::vector<std::int64_t>;
 
 /// Most inputs stay small, or there would be few of them.
@@ -63,7 +63,7 @@ bool has_few_pairs(Times a, Times b, const XcorrWindow& window, std::size_t most
   std::sort(b.begin(), b.end());
   std::size_t first = 0, last = 0, pairs = 0;
   for (const std::int64_t time_ps : a) {
-    const model::Wide center = model::Wide{time_ps} + window.offset_ps;
+    const reference::Wide center = reference::Wide{time_ps} + window.offset_ps;
     while (first < b.size() && b[first] < center - window.range_ps) ++first;
     while (last < b.size() && b[last] <= center + window.range_ps) ++last;
     pairs += last - std::min(first, last);
@@ -72,33 +72,18 @@ bool has_few_pairs(Times a, Times b, const XcorrWindow& window, std::size_t most
   return true;
 }
 
-bool same(const XcorrHistogram& a, const XcorrHistogram& b) {
-  return a.bin_center_ps == b.bin_center_ps && a.counts == b.counts;
-}
-
-/// The plain histogram. The outermost centres of the widest settings are no 64-bit numbers: there they wrap.
-XcorrHistogram plain_histogram(const Times& a, const Times& b, const XcorrWindow& window) {
-  const auto bins = static_cast<std::uint64_t>(model::number_of_bins(window.range_ps, window.bin_ps));
-  const auto bin_ps = static_cast<std::uint64_t>(window.bin_ps);
-  if (window.bin_ps < 1 || model::fits_64_bits(model::Wide{bins / 2} * window.bin_ps)) {
-    return orvo::test::plain::xcorr_histogram(a, b, window);
-  }
-  XcorrHistogram histogram;
-  for (std::uint64_t i = 0; i < bins; ++i)
-    histogram.bin_center_ps.push_back(static_cast<std::int64_t>((i - bins / 2) * bin_ps));
-  histogram.counts.resize(bins);
-  orvo::test::plain::count_pairs(a, b, window, histogram);
-  return histogram;
+bool same(const XcorrHistogram& a, const reference::Histogram& b) {
+  return a.bin_center_ps == b.centers && a.counts == b.counts;
 }
 
 void check_statistics(const XcorrHistogram& histogram) {
-  const model::Statistics expected = model::statistics({histogram.bin_center_ps, histogram.counts});
+  const reference::Statistics expected = reference::statistics({histogram.bin_center_ps, histogram.counts});
   require(histogram.peak().count == expected.peak_count && histogram.peak().center_ps == expected.peak_ps,
           "the peak is the first highest bin");
   const orvo::timing::XcorrMoments moments = orvo::timing::xcorr_moments(histogram);
   require(moments.total == expected.total && moments.mean_ps == expected.mean_ps &&
               moments.sigma_ps == expected.rms_ps && moments.fwhm_ps == expected.fwhm_ps,
-          "the moments are the model's");
+          "the moments are the reference's");
 }
 
 }  // namespace
@@ -108,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t form = input.byte();
   const Limits& limits = (form & 0x1C) == 0x1C ? kMany : kFew;
   const XcorrWindow window = read_window(input, (form & 1) != 0, limits);
-  const model::Wide bins = model::number_of_bins(window.range_ps, window.bin_ps);
+  const reference::Wide bins = reference::number_of_bins(window.range_ps, window.bin_ps);
   if (bins > limits.bins) return 0;
   Times a, b;
   if ((form & 2) == 0) {
@@ -122,12 +107,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!has_few_pairs(a, b, window, limits.pairs)) return 0;
   }
 
-  const XcorrHistogram expected = plain_histogram(a, b, window);
+  const reference::Histogram expected = reference::histogram(a, b, orvo::test::as_reference(window));
   const Times a_before = a;
   const Times b_before = b;
   const XcorrHistogram histogram =
       orvo::timing::xcorr_histogram(a, b, window.range_ps, window.bin_ps, window.offset_ps);
-  require(same(histogram, expected), "the histogram is the plain one");
+  require(same(histogram, expected), "the histogram is the reference's");
   require(a == a_before && b == b_before, "the lists are left alone");
   std::sort(a.begin(), a.end());
   std::sort(b.begin(), b.end());

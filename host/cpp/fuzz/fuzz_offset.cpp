@@ -1,4 +1,4 @@
-// The offset estimate of any times is the plain one, from sorted and from unsorted lists.
+// The offset estimate of any times is that of the reference, from sorted and from unsorted lists.
 //
 //   form | list A | list B; with bits 0 to 4 of the form list A may be so long that only every second event is
 //   sampled
@@ -11,7 +11,7 @@
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/time_lists.hpp"
 #include "orvo/timing/offset_estimate.hpp"
-#include "plain/offset_estimate_plain.hpp"
+#include "reference/offset_estimate.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using orvo::fuzz::require;
@@ -19,8 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::int64_t> a = orvo::fuzz::time_list(input, (input.byte() & 31) == 31 ? 8'100 : 100);
   std::vector<std::int64_t> b = orvo::fuzz::time_list(input, 100);
 
-  const std::int64_t expected = orvo::test::plain::offset_estimate_ps(a, b);
-  require(orvo::timing::estimate_offset_ps(a, b) == expected, "the estimate is the plain one");
+  const std::int64_t expected = orvo::test::reference::offset_estimate_ps(a, b);
+  require(orvo::timing::estimate_offset_ps(a, b) == expected, "the estimate is the reference's");
   std::sort(a.begin(), a.end());
   std::sort(b.begin(), b.end());
   require(orvo::timing::estimate_offset_sorted_ps(a, b) == expected, "sorted lists give the same");

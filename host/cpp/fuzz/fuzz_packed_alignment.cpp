@@ -17,7 +17,7 @@
 #include "fuzz/support/packed_settings.hpp"
 #include "fuzz/support/require.hpp"
 #include "orvo/timing/stream_decoder.hpp"
-#include "plain/packed_alignment_plain.hpp"
+#include "reference/packed_alignment.hpp"
 
 namespace {
 
@@ -25,7 +25,7 @@ using orvo::fuzz::require;
 using orvo::timing::PackedAlignment;
 using orvo::timing::StreamDecoder;
 
-/// Beyond the last start byte, 64, with room for whole sequences. The plain search is slow: most inputs stay small.
+/// Beyond the last start byte, 64, with room for whole sequences. The reference is slow: most inputs stay small.
 constexpr std::size_t kMostBytes[] = {30, 50, 100, 300};
 
 void check_without_a_question(StreamDecoder& decoder, std::int32_t delta_bits) {
@@ -61,12 +61,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::streambuf* const before = std::cerr.rdbuf(lines.rdbuf());
   const PackedAlignment found = decoder.probe_packed_alignment(d, d + 3);
   std::cerr.rdbuf(before);
-  const auto expected = orvo::test::plain::search_alignment(
-      {.channel_mask = header.channel_mask, .mode = header.mode, .delta_bits = d, .width = d + 3, .bytes = bytes});
+  const auto expected =
+      orvo::test::reference::search_alignment({.channel_mask = header.channel_mask,
+                                               .internal = header.mode == orvo::timing::StreamMode::internal,
+                                               .delta_bits = d,
+                                               .width = d + 3,
+                                               .bytes = bytes});
   require(found == PackedAlignment{expected.found, expected.drop_bytes, expected.bit_offset},
-          "the plain search's answer");
+          "the reference's answer");
   const std::string& line = expected.reject_line;
-  require(lines.str() == (line.empty() ? "" : "packed-decoder: " + line + "\n"), "the plain search's line");
+  require(lines.str() == (line.empty() ? "" : "packed-decoder: " + line + "\n"), "the reference's line");
   require(decoder.pending_bytes.size() == bytes.size() && !decoder.packed_locked, "searching changes nothing");
   return 0;
 }

@@ -1,4 +1,4 @@
-// packed_delta: the model's tags, state and diagnostic lines under equal chunking.
+// packed_delta: tags, state and diagnostic lines are those of the reference under equal chunking.
 //
 //   form | packed header (4) | chunk sizes (6) | payload, or, with bit 0 of the form, a script of records
 #include <stdlib.h>
@@ -18,19 +18,21 @@
 #include "fuzz/support/packed_settings.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/strict_sink.hpp"
-#include "model/packed_model.hpp"
 #include "orvo/timing/stream_decoder.hpp"
+#include "reference/packed_delta.hpp"
+#include "support/as_reference.hpp"
+#include "support/decoder_state.hpp"
 
 namespace {
 
 using orvo::fuzz::Input;
 using orvo::fuzz::require;
-using orvo::test::model::PackedModel;
+using orvo::test::reference::PackedDeltaDecoder;
 using orvo::timing::StreamDecoder;
 
 /// Enough for the balance of a chunk's 4096 tags.
 constexpr std::size_t kMostBytes = 2500;
-/// The model's alignment search is slow: an input ends when it has searched through this many bytes, by
+/// The reference's alignment search is slow: an input ends when it has searched through this many bytes, by
 /// bits 3 and 4 of the form.
 constexpr std::size_t kMostSearchedBytes[] = {30, 50, 100, 600};
 
@@ -49,19 +51,8 @@ class CapturedLines {
   std::streambuf* before_;
 };
 
-void require_same_state(const StreamDecoder& decoder, const PackedModel& model) {
-  require(decoder.packed_locked == model.locked && decoder.bit_offset == model.bit_offset, "the lock is the model's");
-  require(std::equal(model.pending.begin(), model.pending.end(), decoder.pending_bytes.begin(),
-                     decoder.pending_bytes.end()),
-          "the same bytes wait");
-  require(decoder.pk_last_time == model.last_time && decoder.pk_has_time == model.has_time &&
-              decoder.pk_overflow == model.overflow && decoder.pk_emitted_time == model.emitted_time &&
-              decoder.pk_has_emitted == model.has_emitted,
-          "the channels stand where the model's stand");
-  require(decoder.pk_sync_left == model.sync_left && decoder.pk_sync_value == model.sync_value &&
-              decoder.pk_sync_bits == model.sync_bits && decoder.pk_anchor_channel == model.anchor_channel &&
-              decoder.pk_anchor_base == model.anchor_base,
-          "sequence and anchor are the model's");
+void require_same_state(const StreamDecoder& decoder, const PackedDeltaDecoder& expected) {
+  require(orvo::test::difference(decoder, expected).empty(), "the decoder stands where its reference stands");
   require(!decoder.packed_locked || decoder.bit_offset < 8, "the bit offset lies in the first byte");
 }
 
@@ -87,9 +78,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     chunk_size = 1 + input.byte() * factor;
   }
   StreamDecoder decoder = orvo::fuzz::fresh_decoder(header);
-  PackedModel model(header);
-  if (starts_locked) decoder.packed_locked = model.locked = true;
-  if (starts_locked) decoder.bit_offset = model.bit_offset = form >> 5;
+  PackedDeltaDecoder expected(orvo::test::as_reference(header));
+  if (starts_locked) decoder.packed_locked = expected.locked = true;
+  if (starts_locked) decoder.bit_offset = expected.bit_offset = form >> 5;
 
   orvo::test::Bytes payload;
   if ((form & 1) != 0) {
@@ -114,11 +105,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (count == 0) break;
     decoder.pending_bytes.append(payload.data() + at, count);
     const auto tags = i % 2 == 0 ? decoder.feed_packed_delta() : orvo::fuzz::strict_feed(decoder);
-    require(tags == model.feed(std::span(payload).subspan(at, count)), "the tags are the model's");
-    require_same_state(decoder, model);
+    require(orvo::test::as_reference(tags) == expected.feed(std::span(payload).subspan(at, count)),
+            "the tags are the reference's");
+    require_same_state(decoder, expected);
     at += count;
   }
-  require(lines.text() == with_prefix(model.lines), "the diagnostic lines are the model's");
-  require(decoder.pk_debug_lines == model.lines.size(), "the diagnostic lines are counted");
+  require(lines.text() == with_prefix(expected.lines), "the diagnostic lines are the reference's");
+  require(decoder.pk_debug_lines == expected.lines.size(), "the diagnostic lines are counted");
   return 0;
 }

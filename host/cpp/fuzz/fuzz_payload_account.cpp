@@ -25,10 +25,10 @@ namespace {
 using orvo::fuzz::Input;
 using orvo::fuzz::require;
 using namespace orvo::timing;
-using orvo::test::plain::PaintedPayload;
+using orvo::test::reference::PaintedPayload;
 
 constexpr std::size_t kMostBytes = 2000;
-/// The plain alignment search is slow: an input ends when it has searched through this many bytes.
+/// The reference of the alignment search is slow: an input ends when it has searched through this many bytes.
 constexpr std::size_t kMostSearchedBytes = 2500;
 
 /// Keeps the losses it is told of; those of a discarded chunk were none.

@@ -1,5 +1,4 @@
-// raw64: the plain decoder's tags and state under equal chunking, the model's tags for any chunking, and at most 7
-// bytes wait.
+// raw64: the reference's tags and state under equal chunking, its tags for any chunking, and at most 7 bytes wait.
 //
 //   form | chunk sizes (8) | payload; bit 0 of the form makes a record of its every 8-byte word
 #include <algorithm>
@@ -8,19 +7,21 @@
 #include <cstdint>
 #include <span>
 
-#include "fuzz/support/capture_model.hpp"
 #include "fuzz/support/fresh_decoder.hpp"
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/strict_sink.hpp"
 #include "orvo/timing/stream_decoder.hpp"
-#include "plain/raw64_plain.hpp"
+#include "reference/raw64.hpp"
+#include "support/as_reference.hpp"
 #include "support/bytes.hpp"
+#include "support/decoder_state.hpp"
 
 namespace {
 
 using orvo::fuzz::require;
-using orvo::fuzz::Tags;
+using orvo::test::reference::Raw64Decoder;
+using orvo::test::reference::Tags;
 
 constexpr const char* kTagFormats[] = {"ps", "raw_cf", "RAW_Cf", ""};
 
@@ -47,29 +48,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   orvo::timing::StreamFileHeader header;
   header.stream_format = orvo::timing::StreamFormat::raw64;
   header.raw64_tag_format = kTagFormats[form >> 2 & 3];
-  orvo::test::model::Header model_header;
-  model_header.raw64_tag_format = header.raw64_tag_format;
   const auto rest = input.rest();
   orvo::test::Bytes payload(rest.begin(), rest.end());
   if ((form & 1) != 0)
-    payload = as_records(payload, orvo::test::model::lower_case(header.raw64_tag_format) == "raw_cf");
+    payload = as_records(payload, orvo::test::reference::lower_case(header.raw64_tag_format) == "raw_cf");
 
   orvo::timing::StreamDecoder decoder = orvo::fuzz::fresh_decoder(header);
-  orvo::test::plain::Raw64Decoder plain(header);
+  Raw64Decoder expected(orvo::test::as_reference(header));
   Tags tags;
   std::size_t at = 0;
   for (std::size_t i = 0; at < payload.size(); ++i) {
     const std::size_t count = std::min<std::size_t>(1 + chunk_sizes[i % chunk_sizes.size()], payload.size() - at);
     decoder.pending_bytes.append(payload.data() + at, count);
-    const Tags more = i % 2 == 0 ? decoder.feed_raw64() : orvo::fuzz::strict_feed(decoder);
-    require(more == plain.feed(std::span(payload).subspan(at, count)), "the tags are the plain decoder's");
-    require(decoder.raw64_prev == plain.previous && decoder.raw64_prev_valid == plain.previous_valid &&
-                decoder.raw64_epoch == plain.epoch,
-            "the decoder stands where the plain one stands");
+    const Tags more = orvo::test::as_reference(i % 2 == 0 ? decoder.feed_raw64() : orvo::fuzz::strict_feed(decoder));
+    require(more == expected.feed(std::span(payload).subspan(at, count)), "the tags are the reference's");
+    require(orvo::test::difference(decoder, expected).empty(), "the decoder stands where its reference stands");
     require(decoder.pending_bytes.size() < 8, "at most 7 bytes wait");
     at += count;
     tags.insert(tags.end(), more.begin(), more.end());
   }
-  require(tags == orvo::fuzz::raw64_model_tags(model_header, payload), "the tags are the model's, in any chunks");
+  require(tags == Raw64Decoder(orvo::test::as_reference(header)).feed(payload), "chunks make no difference");
   return 0;
 }

@@ -1,5 +1,5 @@
-// The reader on any file: it gives the tags or the failure that the models give, whatever is asked for per call, and
-// nothing but the library's own error escapes.
+// The reader on any file: it gives the tags or the failure that the references give, whatever is asked for per call,
+// and nothing but the library's own error escapes.
 //
 //   form | bytes per read (2) | tags per call | the file, or: header text | 0xFF | payload
 //   bit 0 of the form: the file; bit 1: the earlier magic; bit 2: chunks, behind an opening of its own, and no calls;
@@ -10,21 +10,23 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/support/capture_model.hpp"
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/memory_file.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/strict_sink.hpp"
 #include "orvo/timing/stream_file_reader.hpp"
+#include "reference/capture_file.hpp"
+#include "support/as_reference.hpp"
 #include "support/bytes.hpp"
 
 namespace {
 
 using orvo::fuzz::require;
-using orvo::fuzz::Tags;
+using orvo::test::as_reference;
+using orvo::test::reference::Tags;
 using orvo::timing::StreamFileReader;
 
-/// Enough for every rule of the decoders. The model's alignment search is slow, and may run once a read.
+/// Enough for every rule of the decoders. The reference's alignment search is slow, and may run once a read.
 constexpr std::size_t kMostPayloadBytes[] = {30, 50, 100, 250};
 constexpr std::size_t kMostPackedReads = 2;
 
@@ -62,7 +64,7 @@ Tags tags_in_batches(StreamFileReader& reader, const Question& question) {
   Tags tags;
   for (;;) {
     require(reader.decode_next_tags(0, question.max_bytes).empty(), "no tags come unasked");
-    const Tags batch = reader.decode_next_tags(limit, question.max_bytes);
+    const Tags batch = as_reference(reader.decode_next_tags(limit, question.max_bytes));
     require(batch.size() <= limit, "no more tags than asked for");
     if (batch.empty()) return tags;
     tags.insert(tags.end(), batch.begin(), batch.end());
@@ -73,19 +75,20 @@ Tags tags_in_chunks(StreamFileReader& reader, std::uint64_t max_bytes) {
   orvo::fuzz::StrictSink sink;
   while (reader.decode_next_chunk(max_bytes, sink)) {
   }
-  return sink.tags();
+  return as_reference(sink.tags());
 }
 
 void check_tags(StreamFileReader& reader, const std::string& path, const Question& question,
-                const orvo::test::model::Capture& expected) {
-  const Tags tags = orvo::fuzz::model_tags(expected, std::max<std::size_t>(question.max_bytes, 1));
+                const orvo::test::reference::Capture& expected) {
+  const Tags tags =
+      orvo::test::reference::decode(expected.header, expected.payload, std::max<std::size_t>(question.max_bytes, 1));
   if (question.in_chunks) {
     reader.decode_next_tags(1, question.max_bytes);
     reader.open(path);
-    require(tags_in_chunks(reader, question.max_bytes) == tags, "opened again, the chunks hold the model's tags");
+    require(tags_in_chunks(reader, question.max_bytes) == tags, "opened again, the chunks hold the reference's tags");
     return;
   }
-  require(tags_in_batches(reader, question) == tags, "the tags are the model's");
+  require(tags_in_batches(reader, question) == tags, "the tags are the reference's");
   require(reader.decode_next_tags(1, question.max_bytes).empty(), "an exhausted payload stays exhausted");
 }
 
@@ -94,7 +97,7 @@ void check_tags(StreamFileReader& reader, const std::string& path, const Questio
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Question question = read_question({data, size});
   const orvo::fuzz::MemoryFile file(question.file);
-  const orvo::test::model::Capture expected = orvo::test::model::read_capture(file.path(), question.file);
+  const orvo::test::reference::Capture expected = orvo::test::reference::read_capture(file.path(), question.file);
   StreamFileReader reader;
   try {
     reader.open(file.path());

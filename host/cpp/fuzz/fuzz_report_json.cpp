@@ -1,4 +1,4 @@
-// The JSON summary of any run is one JSON object, and byte for byte the model's.
+// The JSON summary of any run is one JSON object, and byte for byte that of the reference.
 #include <cstddef>
 #include <cstdint>
 
@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r') c = '?';
   }
   require(leaves->at("source_file") == orvo::test::JsonLeaf{true, source}, "the path reads back");
-  if (run.histogram.counts.empty()) return 0;  // the model's statistics need a bin
-  require(json == orvo::test::model::json_report(as_findings(run)), "the summary is the model's");
+  if (run.histogram.counts.empty()) return 0;  // its statistics need a bin
+  require(json == orvo::test::reference::json_report(as_findings(run)), "the summary is the reference's");
   return 0;
 }

@@ -1,5 +1,5 @@
-// The plot of any histogram is well-formed; that of a correlation stays within its canvas, and is byte for byte the
-// model's.
+// The plot of any histogram is well-formed; that of a correlation stays within its canvas, and is byte for byte
+// that of the reference.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(elements->size() == 2 && elements->back().text == "empty histogram", "without bins the plot says so");
   } else if (is_countable(run.histogram) && is_equally_spaced(run.histogram)) {
     for (const XmlElement& element : *elements) check_place(element);
-    require(svg == orvo::test::model::svg_report(as_findings(run)), "the plot is the model's");
+    require(svg == orvo::test::reference::svg_report(as_findings(run)), "the plot is the reference's");
   }
   return 0;
 }

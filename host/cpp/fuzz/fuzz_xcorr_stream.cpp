@@ -1,5 +1,5 @@
-// The streaming correlator counts what the plain histogram of all tags counts, unless it reports late tags; and it
-// reports none while every tag is within reach of those before it.
+// The streaming correlator counts what the reference histogram of all tags counts, unless it reports late tags; and
+// it reports none while every tag is within reach of those before it.
 //
 //   range, bin, offset, reach | channels A and B (1) | list A | list B | pieces: channels to take from (1)
 //   bits 0 and 1 of a piece: take from A, from B; bits 2 to 6: how many of each; bit 7: read the counts after it
@@ -12,16 +12,15 @@
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/require.hpp"
 #include "fuzz/support/time_lists.hpp"
-#include "model/histogram_model.hpp"
 #include "orvo/timing/xcorr_stream.hpp"
-#include "plain/xcorr_histogram_plain.hpp"
+#include "reference/histogram.hpp"
+#include "support/as_reference.hpp"
 
 namespace {
 
 using orvo::fuzz::require;
 using orvo::timing::TimeTag;
-namespace model = orvo::test::model;
-namespace plain = orvo::test::plain;
+namespace reference = orvo::test::reference;
 using Times = std::vector<std::int64_t>;
 
 constexpr std::int64_t kMostBins = 200;
@@ -33,17 +32,17 @@ class ReachCheck {
   explicit ReachCheck(std::int64_t reach_ps) : reach_ps_(std::max<std::int64_t>(reach_ps, 0)) {}
 
   void take(std::span<const TimeTag> tags) {
-    const plain::Wide before = latest_ps_;
+    const reference::Wide before = latest_ps_;
     for (const TimeTag& tag : tags) {
       within_reach_ = within_reach_ && tag.time_ps >= before - reach_ps_;
-      latest_ps_ = std::max(latest_ps_, plain::Wide{tag.time_ps});
+      latest_ps_ = std::max(latest_ps_, reference::Wide{tag.time_ps});
     }
   }
   bool within_reach() const { return within_reach_; }
 
  private:
-  plain::Wide reach_ps_;
-  plain::Wide latest_ps_ = -(plain::Wide{1} << 100);
+  reference::Wide reach_ps_;
+  reference::Wide latest_ps_ = -(reference::Wide{1} << 100);
   bool within_reach_ = true;
 };
 
@@ -66,8 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t channels = input.byte();
   pair.channel_a = channels % 4;
   pair.channel_b = channels / 4 % 4;
-  const model::Wide bins = model::number_of_bins(pair.window.range_ps, pair.window.bin_ps);
-  if (bins > kMostBins || !model::fits_64_bits(bins / 2 * pair.window.bin_ps)) return 0;
+  const reference::Wide bins = reference::number_of_bins(pair.window.range_ps, pair.window.bin_ps);
+  if (bins > kMostBins || !reference::fits_64_bits(bins / 2 * pair.window.bin_ps)) return 0;
   const Times a = orvo::fuzz::time_list(input, kMostTimes);
   const Times b = orvo::fuzz::time_list(input, kMostTimes);
 
@@ -96,8 +95,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     of_a.insert(of_a.end(), b.begin(), b.end());
     of_b = of_a;
   }
-  const auto expected = plain::xcorr_histogram(of_a, of_b, pair.window);
-  require(stream.histogram().counts == expected.counts && stream.histogram().bin_center_ps == expected.bin_center_ps,
+  const auto expected = reference::histogram(of_a, of_b, orvo::test::as_reference(pair.window));
+  require(stream.histogram().counts == expected.counts && stream.histogram().bin_center_ps == expected.centers,
           "the counts are those of all tags at once");
   return 0;
 }

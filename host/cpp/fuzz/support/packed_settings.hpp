@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "fuzz/support/input.hpp"
-#include "model/packed_streams.hpp"
 #include "orvo/timing/stream_file_header.hpp"
+#include "support/packed_streams.hpp"
 
 namespace orvo::fuzz {
 
@@ -32,9 +32,10 @@ class PackedScript {
       : settings_{.delta_bits = delta_bits, .shift = quantum_shift, .channel_mask = 0}, out_(delta_bits) {}
 
   test::Bytes run(Input& input, std::size_t most_bytes) {
-    while (!input.empty() && out_.bytes.size() < most_bytes) step(input, input.byte(), most_bytes);
-    if (out_.bytes.size() > most_bytes) out_.bytes.resize(most_bytes);
-    return out_.bytes;
+    while (!input.empty() && out_.bytes().size() < most_bytes) step(input, input.byte(), most_bytes);
+    test::Bytes bytes = out_.bytes();
+    if (bytes.size() > most_bytes) bytes.resize(most_bytes);
+    return bytes;
   }
 
  private:
@@ -45,13 +46,17 @@ class PackedScript {
     const unsigned variant = code >> 6;
     switch (code >> 2 & 15) {
       case 0:
-        return out_.bits(input.byte(), 1 + variant * 2);
+        out_.bits(input.byte(), 1 + variant * 2);
+        return;
       case 1:
-        return out_.record(channel, true, all_ones());
+        out_.record(channel, true, all_ones());
+        return;
       case 2:
-        return out_.record(channel, true, input.number(2) & all_ones());
+        out_.record(channel, true, input.number(2) & all_ones());
+        return;
       case 3:
-        return out_.record(channel, true, all_ones() - 1);
+        out_.record(channel, true, all_ones() - 1);
+        return;
       case 4:
         return sync(channel, input.number(6));
       case 5:
@@ -79,12 +84,12 @@ class PackedScript {
     time_[channel] = quanta << settings_.shift;
   }
   void data(std::uint32_t channel, std::uint64_t quanta) {
-    if (out_.data(channel, quanta)) time_[channel] += quanta << settings_.shift;
+    if (out_.short_gap(channel, quanta)) time_[channel] += quanta << settings_.shift;
   }
 
   /// Data records without a time step: on one channel, or on all in turn.
   void repeat(Input& input, std::uint32_t channel, bool all_channels, std::size_t most_bytes) {
-    for (std::uint64_t left = input.number(2) & 0x1FFF; left > 0 && out_.bytes.size() < most_bytes; --left) {
+    for (std::uint64_t left = input.number(2) & 0x1FFF; left > 0 && out_.bytes().size() < most_bytes; --left) {
       out_.record(all_channels ? static_cast<std::uint32_t>(left) % 4 : channel, false, 0);
     }
   }
@@ -93,7 +98,7 @@ class PackedScript {
   std::uint64_t limit(Input& input, std::uint32_t channel) {
     const std::uint64_t modulus = settings_.modulus();
     const std::uint64_t step = settings_.wrap_step();
-    const std::uint64_t period = test::model::kDevicePeriod;
+    const std::uint64_t period = test::kDevicePeriod;
     const std::uint64_t to_period_end = period - time_[channel] % period;
     const std::uint64_t limits[] = {modulus - 1'000'000,
                                     1'000'000,
@@ -110,8 +115,8 @@ class PackedScript {
     return value + (static_cast<std::uint64_t>(static_cast<std::int8_t>(input.byte())) << settings_.shift);
   }
 
-  test::model::PackedSettings settings_;
-  test::model::PackedEncoder out_;
+  test::PackedSettings settings_;
+  test::PackedWriter out_;
   std::array<std::uint64_t, 4> time_{};
 };
 

@@ -1,18 +1,19 @@
 #pragma once
-// A run's result from a fuzz input: what the report writers are given, and the same for the model. The writers' own
-// types are file-local, so this header goes behind verify/run_result.hpp.
+// A run's result from a fuzz input: what the report writers are given, and the same for the reference. The writers'
+// own types are file-local, so this header goes after verify/run_result.hpp.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "fuzz/support/input.hpp"
-#include "model/report_model.hpp"
+#include "reference/reports.hpp"
+#include "support/as_reference.hpp"
 #include "verify/run_result.hpp"
 
 namespace {
 
-/// Up to 1199 bins, and no more behind the end of the input. Those of a correlation are equally spaced and count up
+/// Up to 1199 bins, and no more after the end of the input. Those of a correlation are equally spaced and count up
 /// to 2^48 here; the others have any centres, and the wild ones any counts, too.
 inline orvo::timing::XcorrHistogram read_histogram(orvo::fuzz::Input& input) {
   orvo::timing::XcorrHistogram histogram;
@@ -68,19 +69,13 @@ inline RunResult read_run(orvo::fuzz::Input& input) {
   return run;
 }
 
-inline orvo::test::model::Findings as_findings(const RunResult& run) {
-  orvo::test::model::Findings found;
+inline orvo::test::reference::Findings as_findings(const RunResult& run) {
+  orvo::test::reference::Findings found;
   found.input = run.source.native();
-  found.header.stream_format = static_cast<int>(run.header.stream_format);
-  found.header.mode = static_cast<int>(run.header.mode);
-  found.header.stream_transport = static_cast<int>(run.header.stream_transport);
-  found.header.delta_bits = run.header.delta_bits;
-  found.header.quantum_ps = run.header.quantum_ps;
+  found.header = orvo::test::as_reference(run.header);
   found.channel_a = run.channel_a;
   found.channel_b = run.channel_b;
-  found.range_ps = run.window.range_ps;
-  found.bin_ps = run.window.bin_ps;
-  found.offset_ps = run.window.offset_ps;
+  found.window = orvo::test::as_reference(run.window);
   found.decoded_tags = run.decoded_tags;
   found.channel_counts = run.channel_counts;
   found.histogram = {run.histogram.bin_center_ps, run.histogram.counts};

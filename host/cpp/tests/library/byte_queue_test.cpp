@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "support/bytes.hpp"
-#include "support/random_payload.hpp"
+#include "support/random.hpp"
 
 namespace {
 

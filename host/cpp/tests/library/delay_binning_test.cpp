@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "support/random_payload.hpp"
+#include "support/random.hpp"
 
 namespace {
 
@@ -69,9 +69,9 @@ TYPED_TEST(SlotOfReachWith, AgreesWithTheDivisionAtTheEdgesOfWideBins) {
   constexpr unsigned kMostBits = std::is_same_v<TypeParam, std::uint64_t> ? 29 : 59;
   for (int i = 0; i < 20'000; ++i) {
     const auto range_ps =
-        static_cast<std::int64_t>(1 + (random.any() >> 1 >> (63 - kMostBits + random.below(kMostBits))));
+        static_cast<std::int64_t>(1 + (random.bits() >> 1 >> (63 - kMostBits + random.below(kMostBits))));
     const auto bin_ps =
-        static_cast<std::int64_t>(1 + (random.any() >> 1 >> (63 - kMostBits + random.below(kMostBits))));
+        static_cast<std::int64_t>(1 + (random.bits() >> 1 >> (63 - kMostBits + random.below(kMostBits))));
     expect_divisions_at_edges<TypeParam>({range_ps, bin_ps, 0}, random);
     if (this->HasFatalFailure()) return;
   }

@@ -6,7 +6,7 @@
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/delta32_payload.hpp"
-#include "support/random_payload.hpp"
+#include "support/random.hpp"
 #include "support/stream_feeding.hpp"
 
 namespace {
@@ -25,19 +25,19 @@ Bytes delta32_words(Random& random, std::size_t count, Stray stray) {
         payload += random.bytes(stray == Stray::bytes ? random.below(6) : 4);
         break;
       case 1:
-        payload += big_endian(random.word(), 4);
+        payload += big_endian(random.bits32(), 4);
         break;
       case 2:
-        payload += d32_word({.control = 1, .channel = random.word() & 3, .type = 5, .payload = 0});
+        payload += d32_word({.control = 1, .channel = random.bits32() & 3, .type = 5, .payload = 0});
         break;
       case 3:
-        payload += d32_extension(random.word() & 0xFFFF);
+        payload += d32_extension(random.bits32() & 0xFFFF);
         break;
       case 4:
-        payload += d32_base(random.any());
+        payload += d32_base(random.bits());
         break;
       default:
-        payload += d32_event(random.word() & 3, random.word() & 0x1FF'FFFF);
+        payload += d32_event(random.bits32() & 3, random.bits32() & 0x1FF'FFFF);
         break;
     }
   }
@@ -49,7 +49,7 @@ TEST(Delta32Robustness, TakesAnyWordsInAnyChunks) {
   std::size_t tags = 0;
   for (int round = 0; round < 400; ++round) {
     StreamDecoder decoder = delta32_decoder();
-    for (std::int64_t& time : decoder.d32_last_time) time = static_cast<std::int64_t>(random.any());
+    for (std::int64_t& time : decoder.d32_last_time) time = static_cast<std::int64_t>(random.bits());
     if (round % 2 == 0) decoder.d32_has_time.fill(true);
     const Bytes payload = round % 4 == 0 ? random.bytes(300) : delta32_words(random, 150, Stray::bytes);
     random.cut(payload, 1 + static_cast<std::size_t>(round) % 40, [&](const Bytes& chunk) {

@@ -7,7 +7,7 @@
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/packed_payload.hpp"
-#include "support/random_payload.hpp"
+#include "support/random.hpp"
 #include "support/stream_feeding.hpp"
 
 namespace {
@@ -20,29 +20,29 @@ using orvo::timing::StreamMode;
 Bytes packed_records(Random& random, unsigned d, std::size_t count) {
   PackedWriter payload(d);
   const std::uint64_t largest = (std::uint64_t{1} << d) - 1;
-  payload.bits(random.any(), static_cast<unsigned>(random.below(40)));
-  for (unsigned channel = 0; channel < 4; ++channel) payload.anchor(channel, random.any());
+  payload.bits(random.bits(), static_cast<unsigned>(random.below(40)));
+  for (unsigned channel = 0; channel < 4; ++channel) payload.anchor(channel, random.bits());
   for (std::size_t i = 0; i < count; ++i) {
     const auto channel = static_cast<unsigned>(random.below(4));
     switch (random.below(40)) {
       case 0:
-        payload.bits(random.any(), static_cast<unsigned>(random.below(64)));
+        payload.bits(random.bits(), static_cast<unsigned>(random.below(64)));
         break;
       case 1:
         payload.sync_start(channel);
         break;
       case 2:
-        payload.sync(channel, random.any());
+        payload.sync(channel, random.bits());
         break;
       case 3:
-        payload.anchor(channel, random.any());
+        payload.anchor(channel, random.bits());
         break;
       case 4:
       case 5:
         payload.overflow(channel, random.below(largest));
         break;
       default:
-        payload.data(channel, random.any() & largest);
+        payload.data(channel, random.bits() & largest);
         break;
     }
   }
@@ -66,7 +66,7 @@ TEST(PackedRobustness, TakesAnyRecordsOfAnyWidthInAnyChunks) {
       const unsigned active = setup.channel_mask == 0 ? 0xF : setup.channel_mask;
       StreamDecoder decoder = round % 3 == 0 ? packed_decoder(setup) : locked_decoder(setup);
       if (round % 3 == 1) decoder.pk_has_time.fill(true);
-      for (std::int64_t& time : decoder.pk_last_time) time = static_cast<std::int64_t>(random.any());
+      for (std::int64_t& time : decoder.pk_last_time) time = static_cast<std::int64_t>(random.bits());
       const Bytes payload = round % 4 == 3 ? random.bytes(150) : packed_records(random, d, 50);
       random.cut(payload, round % 2 == 0 ? 40 : 1 + round, [&](const Bytes& chunk) {
         for (const auto& decoded : feed(decoder, chunk)) {
@@ -94,7 +94,7 @@ TEST(PackedRobustness, GivesTheSameTagsByteByByteWhileLocked) {
       for (int i = 0; i < 300; ++i) {
         const auto channel = static_cast<unsigned>(random.below(4));
         if (random.below(8) == 0) payload.overflow(channel, random.below(largest));
-        payload.data(channel, random.any() & largest);
+        payload.data(channel, random.bits() & largest);
       }
       StreamDecoder whole = locked_decoder({.delta_bits = d, .quantum_ps = quantum_ps});
       whole.pk_has_time = {true, true, false, true};
@@ -121,13 +121,13 @@ TEST(PackedRobustness, TakesAnyStateOfTheChannels) {
       decoder.pk_emitted_time[channel] = kTimes[random.below(5)];
       decoder.pk_has_time[channel] = random.below(4) != 0;
       decoder.pk_has_emitted[channel] = random.below(2) != 0;
-      decoder.pk_overflow[channel] = random.any() >> random.below(64);
+      decoder.pk_overflow[channel] = random.bits() >> random.below(64);
     }
     decoder.pk_anchor_channel = static_cast<std::int32_t>(random.below(5)) - 1;
-    decoder.pk_anchor_base = random.any();
+    decoder.pk_anchor_base = random.bits();
     PackedWriter payload(d);
-    for (unsigned channel = 0; channel < 4; ++channel) payload.data(channel, random.any());
-    for (unsigned channel = 0; channel < 4; ++channel) payload.anchor(channel, random.any());
+    for (unsigned channel = 0; channel < 4; ++channel) payload.data(channel, random.bits());
+    for (unsigned channel = 0; channel < 4; ++channel) payload.anchor(channel, random.bits());
     EXPECT_NO_THROW(feed(decoder, payload.bytes()));
   }
 }

@@ -6,14 +6,14 @@
 #include <cstdint>
 #include <vector>
 
-#include "plain/xcorr_histogram_plain.hpp"
-#include "support/random_payload.hpp"
+#include "reference/histogram.hpp"
+#include "support/as_reference.hpp"
+#include "support/random.hpp"
 
 namespace {
 
 using namespace orvo::timing;
 using Times = std::vector<std::int64_t>;
-namespace plain = orvo::test::plain;
 
 /// Ascending, with gaps of 0 to `widest_gap_ps`; now and then one that is a hundred times wider.
 Times walk(orvo::test::Random& random, std::size_t events, std::int64_t first_ps, std::uint64_t widest_gap_ps) {
@@ -31,13 +31,17 @@ Times counts_of(const Times& a_ps, const Times& b_ps, const XcorrWindow& window)
   return counts;
 }
 
-void expect_as_plain(const Times& a_ps, const Times& b_ps, const XcorrWindow& window) {
-  ASSERT_EQ(counts_of(a_ps, b_ps, window), plain::xcorr_histogram(a_ps, b_ps, window).counts)
+Times expected_counts(const Times& a_ps, const Times& b_ps, const XcorrWindow& window) {
+  return orvo::test::reference::histogram(a_ps, b_ps, orvo::test::as_reference(window)).counts;
+}
+
+void expect_as_reference(const Times& a_ps, const Times& b_ps, const XcorrWindow& window) {
+  ASSERT_EQ(counts_of(a_ps, b_ps, window), expected_counts(a_ps, b_ps, window))
       << a_ps.size() << " A, " << b_ps.size() << " B, range " << window.range_ps << " bin " << window.bin_ps
       << " offset " << window.offset_ps;
 }
 
-TEST(PairCounting, AgreesWithThePlainFormOnLongLists) {
+TEST(PairCounting, AgreesWithTheReferenceOnLongLists) {
   orvo::test::Random random(1);
   for (int i = 0; i < 400; ++i) {
     const Times a =
@@ -46,7 +50,7 @@ TEST(PairCounting, AgreesWithThePlainFormOnLongLists) {
         walk(random, random.below(3000), -static_cast<std::int64_t>(random.below(200'000)), random.below(200));
     const auto range_ps = static_cast<std::int64_t>(1 + random.below(1 + random.below(2000)));
     const auto bin_ps = static_cast<std::int64_t>(1 + random.below(1 + random.below(300)));
-    expect_as_plain(a, b, {range_ps, bin_ps, static_cast<std::int64_t>(random.below(4000)) - 2000});
+    expect_as_reference(a, b, {range_ps, bin_ps, static_cast<std::int64_t>(random.below(4000)) - 2000});
     if (HasFatalFailure()) return;
   }
 }
@@ -56,9 +60,9 @@ TEST(PairCounting, AgreesWhereOneListIsMuchDenser) {
   for (const std::uint64_t gap : {3u, 30u, 3000u, 300'000u}) {
     const Times a = walk(random, 4000, 1000, gap);
     const Times b = walk(random, 4000, 1000, 1000);
-    expect_as_plain(a, b, {5000, 8, 0});
-    expect_as_plain(b, a, {5000, 8, 0});
-    expect_as_plain(b, a, {5000, 7, -100});
+    expect_as_reference(a, b, {5000, 8, 0});
+    expect_as_reference(b, a, {5000, 8, 0});
+    expect_as_reference(b, a, {5000, 7, -100});
   }
 }
 
@@ -67,7 +71,7 @@ TEST(PairCounting, AgreesAcrossTimeZero) {
   const Times a = walk(random, 4000, -100'000, 50);
   const Times b = walk(random, 4000, -100'000, 50);
   for (const std::int64_t offset_ps : {-100'000, -3000, -1, 0, 1, 3000, 100'000}) {
-    expect_as_plain(a, b, {500, 8, offset_ps});
+    expect_as_reference(a, b, {500, 8, offset_ps});
   }
 }
 
@@ -75,10 +79,10 @@ TEST(PairCounting, AgreesWhereTheListsDoNotMeet) {
   orvo::test::Random random(4);
   const Times early = walk(random, 2000, 0, 50);
   const Times late = walk(random, 2000, 100'000'000, 50);
-  expect_as_plain(early, late, {500, 8, 0});
-  expect_as_plain(late, early, {500, 8, 0});
-  expect_as_plain(early, late, {500, 8, 100'000'000});
-  expect_as_plain(late, early, {200'000'000, 800'000, 0});
+  expect_as_reference(early, late, {500, 8, 0});
+  expect_as_reference(late, early, {500, 8, 0});
+  expect_as_reference(early, late, {500, 8, 100'000'000});
+  expect_as_reference(late, early, {200'000'000, 800'000, 0});
 }
 
 // A event i is followed by B events i * 1000 - 12 .. +12: each difference once for each A event.
@@ -109,8 +113,8 @@ TEST(PairCounting, AgreesForWindowsBeyondAMillisecond) {
   orvo::test::Random random(5);
   const Times a = walk(random, 2000, 0, 1'000'000'000);
   const Times b = walk(random, 2000, 0, 1'000'000'000);
-  expect_as_plain(a, b, {5'000'000'000, 1'000'000, 0});
-  expect_as_plain(a, b, {5'000'000'001, 999'999, 123});
+  expect_as_reference(a, b, {5'000'000'000, 1'000'000, 0});
+  expect_as_reference(a, b, {5'000'000'001, 999'999, 123});
 }
 
 TEST(InterleavedPairCounter, CountsThatMoveToTheBinsEarlyAreTheSame) {
@@ -133,9 +137,7 @@ TEST(InterleavedPairCounter, CountsThatMoveToTheBinsEarlyAreTheSame) {
   slots.flush();
   slots_in_one.flush();
   EXPECT_EQ(counts, counts_in_one);
-  EXPECT_EQ(
-      counts,
-      plain::xcorr_histogram(Times(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(counted)), b, window).counts);
+  EXPECT_EQ(counts, expected_counts(Times(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(counted)), b, window));
 }
 
 /// `events` times `period_ps` apart.
@@ -190,9 +192,9 @@ TEST(PairCounting, AgreesWherePatternsCeaseAndReturn) {
       b = joined(b, walk(random, events + 1, from_ps, 1000));
     }
   }
-  expect_as_plain(a, b, {300, 8, 0});
-  expect_as_plain(b, a, {300, 7, -100});
-  expect_as_plain(a, b, {5000, 80, 100});
+  expect_as_reference(a, b, {300, 8, 0});
+  expect_as_reference(b, a, {300, 7, -100});
+  expect_as_reference(a, b, {5000, 80, 100});
 }
 
 TEST(InterleavedPairCounter, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {

@@ -8,19 +8,19 @@
 #include <string>
 #include <vector>
 
-#include "model/delta32_streams.hpp"
-#include "model/packed_cases.hpp"
-#include "model/stream_generators.hpp"
 #include "orvo/timing/payload_account.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 #include "reference/painted_payload.hpp"
+#include "support/as_reference.hpp"
+#include "support/delta32_streams.hpp"
+#include "support/packed_cases.hpp"
+#include "support/streams.hpp"
 
 namespace {
 
 using namespace orvo::timing;
-using namespace orvo::test::model;
-using orvo::test::operator+=;
-using orvo::test::plain::PaintedPayload;
+using namespace orvo::test;
+using orvo::test::reference::PaintedPayload;
 
 struct ToldLosses : NoLossListener {
   void lost(const PayloadLoss& loss) { all.push_back(loss); }
@@ -65,7 +65,7 @@ void expect_painted(const ForgettingAccount& account, const StreamDecoder& decod
   }
 }
 
-void compare(Random& random, const StreamFileHeader& header, const orvo::test::Bytes& payload, std::size_t smallest,
+void compare(Random& random, const StreamFileHeader& header, const Bytes& payload, std::size_t smallest,
              std::size_t largest) {
   StreamDecoder decoder(header);
   ToldLosses told;
@@ -79,7 +79,7 @@ void compare(Random& random, const StreamFileHeader& header, const orvo::test::B
     std::vector<TimeTag> tags;
     TagList list(tags);
     detail::decode_pending(decoder, list, account);
-    ASSERT_EQ(tags, painted.feed(chunk));
+    ASSERT_EQ(as_reference(tags), painted.feed(chunk));
     ASSERT_NO_FATAL_FAILURE(expect_painted(account, decoder, painted));
   }
   account.finish(decoder);
@@ -100,14 +100,14 @@ TEST(PayloadAccountModel, Raw64) {
     StreamFileHeader header;
     header.stream_format = StreamFormat::raw64;
     header.raw64_tag_format = random.one_in(2) ? "ps" : "raw_cf";
-    orvo::test::Bytes payload;
+    Bytes payload;
     std::uint64_t time = random.below(14'000'000'000'000);
     for (std::uint64_t i = random.of_any_size(11); i > 0; --i) {
       time += random.of_any_size(42);
       payload += header.raw64_tag_format == "ps"
-                     ? orvo::test::ps_record(random.channel(), time % kDevicePeriod)
-                     : orvo::test::cf_record(random.channel(), static_cast<std::uint32_t>(time / 3333),
-                                             static_cast<unsigned>(random.below(8192)));
+                     ? ps_record(random.channel(), time % kDevicePeriod)
+                     : cf_record(random.channel(), static_cast<std::uint32_t>(time / 3333),
+                                 static_cast<unsigned>(random.below(8192)));
     }
     damage(random, payload, random.below(8));
     compare(random, header, payload, 1, 1 << 20);
@@ -122,7 +122,7 @@ TEST(PayloadAccountModel, Delta32) {
     Random random(seed);
     StreamFileHeader header;
     header.stream_format = StreamFormat::delta32;
-    orvo::test::Bytes payload = clean_delta32(random, random.of_any_size(10)).bytes;
+    Bytes payload = clean_delta32(random, random.of_any_size(10)).bytes;
     for (std::uint64_t swaps = payload.size() < 8 ? 0 : random.below(6); swaps > 0; --swaps) {
       const auto word = payload.begin() + static_cast<std::ptrdiff_t>(4 * random.below(payload.size() / 4 - 1));
       std::swap_ranges(word, word + 4, word + 4);

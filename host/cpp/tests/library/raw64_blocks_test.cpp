@@ -1,34 +1,22 @@
 // Words of raw64 are looked at in blocks. Long quiet streams, in which now and then something happens that a block
-// must not overlook, beside the plain decoder.
+// must not overlook, beside the reference.
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "plain/raw64_plain.hpp"
+#include "reference/raw64.hpp"
+#include "support/as_reference.hpp"
 #include "support/bytes.hpp"
-#include "support/random_payload.hpp"
+#include "support/random.hpp"
 #include "support/stream_feeding.hpp"
 
 namespace {
 
-using orvo::test::Bytes;
-using orvo::test::Random;
-using orvo::test::Tags;
+using namespace orvo::test;
 
 constexpr std::uint64_t kPeriodPs = 14'315'125'997'568;
-
-void append_be64(Bytes& bytes, std::uint64_t word) {
-  for (int shift = 56; shift >= 0; shift -= 8) bytes.push_back(static_cast<std::uint8_t>(word >> shift));
-}
-
-std::uint64_t ps_word(std::uint64_t channel, std::uint64_t time_ps) {
-  return channel << 61 | time_ps;
-}
-std::uint64_t coarse_word(std::uint64_t channel, std::uint64_t coarse, std::uint64_t fine) {
-  return channel << 61 | std::uint64_t{0xA5C3} << 45 | coarse << 13 | fine;
-}
 
 orvo::timing::StreamFileHeader header_of(const std::string& tag_format) {
   orvo::timing::StreamFileHeader header;
@@ -39,13 +27,13 @@ orvo::timing::StreamFileHeader header_of(const std::string& tag_format) {
 
 Tags decoded(const std::string& tag_format, const Bytes& payload, std::size_t chunk_bytes = 1 << 20) {
   orvo::timing::StreamDecoder decoder(header_of(tag_format));
-  return orvo::test::feed_in_chunks(decoder, payload, chunk_bytes);
+  return feed_in_chunks(decoder, payload, chunk_bytes);
 }
 
-void expect_as_plain(const std::string& tag_format, const Bytes& payload) {
-  const Tags expected = orvo::test::plain::Raw64Decoder(header_of(tag_format)).feed(payload);
+void expect_as_reference(const std::string& tag_format, const Bytes& payload) {
+  const reference::Tags expected = reference::Raw64Decoder(as_reference(header_of(tag_format))).feed(payload);
   for (const std::size_t chunk_bytes : {std::size_t{1} << 20, std::size_t{5000}}) {
-    orvo::test::expect_same(decoded(tag_format, payload, chunk_bytes), expected);
+    EXPECT_EQ(first_difference(as_reference(decoded(tag_format, payload, chunk_bytes)), expected), "");
   }
 }
 
@@ -60,7 +48,7 @@ TEST(Raw64Blocks, QuietStreamsWithAnEventNowAndThen) {
     Bytes payload;
     for (int word = 0; word < 3000; ++word) {
       count = (count + random.below(step)) % period;
-      std::uint64_t bits = coarse_fine ? coarse_word(random.below(channels), count, random.below(8192))
+      std::uint64_t bits = coarse_fine ? cf_word(random.below(channels), count, random.below(8192))
                                        : ps_word(random.below(channels), count);
       switch (random.below(3000)) {
         case 0:  // somewhere else
@@ -73,7 +61,7 @@ TEST(Raw64Blocks, QuietStreamsWithAnEventNowAndThen) {
           bits ^= std::uint64_t{1} << random.below(64);
           break;
         case 3:  // a byte too many
-          payload.push_back(static_cast<std::uint8_t>(random.any()));
+          payload.push_back(static_cast<std::uint8_t>(random.bits()));
           break;
         case 4:  // a channel that was not there
           bits ^= std::uint64_t{3} << 61;
@@ -81,9 +69,9 @@ TEST(Raw64Blocks, QuietStreamsWithAnEventNowAndThen) {
         default:
           break;
       }
-      append_be64(payload, bits);
+      payload += big_endian(bits, 8);
     }
-    expect_as_plain(coarse_fine ? "raw_cf" : "ps", payload);
+    expect_as_reference(coarse_fine ? "raw_cf" : "ps", payload);
   }
 }
 
@@ -91,45 +79,45 @@ TEST(Raw64Blocks, QuietStreamsWithAnEventNowAndThen) {
 // 0 fills blocks.
 TEST(Raw64Blocks, AChannelThatWasSilentForLong) {
   Bytes payload;
-  append_be64(payload, ps_word(3, kPeriodPs - 1));
-  for (std::uint64_t i = 0; i < 2000; ++i) append_be64(payload, ps_word(0, 1000 * i));
-  append_be64(payload, ps_word(3, 2'000'000));
-  for (std::uint64_t i = 2000; i < 3000; ++i) append_be64(payload, ps_word(0, 1000 * i));
+  payload += ps_record(3, kPeriodPs - 1);
+  for (std::uint64_t i = 0; i < 2000; ++i) payload += big_endian(ps_word(0, 1000 * i), 8);
+  payload += big_endian(ps_word(3, 2'000'000), 8);
+  for (std::uint64_t i = 2000; i < 3000; ++i) payload += big_endian(ps_word(0, 1000 * i), 8);
   const Tags tags = decoded("ps", payload);
   ASSERT_EQ(tags.size(), 3002u);
-  EXPECT_EQ(tags[0], orvo::test::tag(3, kPeriodPs - 1));
-  EXPECT_EQ(tags[2000], orvo::test::tag(0, 1'999'000));
-  EXPECT_EQ(tags[2001], orvo::test::tag(3, kPeriodPs + 2'000'000));
-  EXPECT_EQ(tags[3001], orvo::test::tag(0, 2'999'000));
+  EXPECT_EQ(tags[0], tag(3, kPeriodPs - 1));
+  EXPECT_EQ(tags[2000], tag(0, 1'999'000));
+  EXPECT_EQ(tags[2001], tag(3, kPeriodPs + 2'000'000));
+  EXPECT_EQ(tags[3001], tag(0, 2'999'000));
 }
 
 // 44 bits hold more than a period: such a time counts from the period's start.
 TEST(Raw64Blocks, TimesBeyondThePeriodInsideABlock) {
   Bytes payload;
-  for (std::uint64_t i = 0; i < 512; ++i) append_be64(payload, ps_word(0, kPeriodPs - 512 + 2 * i));
+  for (std::uint64_t i = 0; i < 512; ++i) payload += big_endian(ps_word(0, kPeriodPs - 512 + 2 * i), 8);
   const Tags tags = decoded("ps", payload);
   ASSERT_EQ(tags.size(), 512u);
-  EXPECT_EQ(tags[255], orvo::test::tag(0, kPeriodPs - 2));
-  EXPECT_EQ(tags[256], orvo::test::tag(0, kPeriodPs));  // folded to 0, which is a wrap
-  EXPECT_EQ(tags[511], orvo::test::tag(0, kPeriodPs + 510));
+  EXPECT_EQ(tags[255], tag(0, kPeriodPs - 2));
+  EXPECT_EQ(tags[256], tag(0, kPeriodPs));  // folded to 0, which is a wrap
+  EXPECT_EQ(tags[511], tag(0, kPeriodPs + 510));
 }
 
 TEST(Raw64Blocks, AStreamThatBeginsBeyondThePeriod) {
   Bytes payload;
-  for (std::uint64_t i = 0; i < 256; ++i) append_be64(payload, ps_word(0, kPeriodPs + 1000 * i));
+  for (std::uint64_t i = 0; i < 256; ++i) payload += big_endian(ps_word(0, kPeriodPs + 1000 * i), 8);
   const Tags tags = decoded("ps", payload);
   ASSERT_EQ(tags.size(), 256u);
-  EXPECT_EQ(tags.front(), orvo::test::tag(0, 0));
-  EXPECT_EQ(tags.back(), orvo::test::tag(0, 255'000));
+  EXPECT_EQ(tags.front(), tag(0, 0));
+  EXPECT_EQ(tags.back(), tag(0, 255'000));
 }
 
 // Every word of a block in turn is the one that is no record.
 TEST(Raw64Blocks, OneBadWordAnywhereInABlock) {
   for (std::size_t bad = 0; bad < 256; ++bad) {
     Bytes payload;
-    for (std::uint64_t i = 0; i < 256; ++i) append_be64(payload, ps_word(i % 4, 1000 * i));
+    for (std::uint64_t i = 0; i < 256; ++i) payload += big_endian(ps_word(i % 4, 1000 * i), 8);
     payload[8 * bad] |= 0x80;
-    expect_as_plain("ps", payload);
+    expect_as_reference("ps", payload);
     if (HasFailure()) return;
   }
 }

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "support/random_payload.hpp"
+#include "support/random.hpp"
 
 namespace {
 

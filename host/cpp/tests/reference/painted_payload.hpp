@@ -2,8 +2,8 @@
 // Accounting of a payload as one would first do it: a colour for every byte (packed_delta: every bit), painted over
 // whenever the decoder looks at it again, and a list of the losses with the places where they begin and end.
 //
-// Times are the plain decoders' business: each word or record in sync is given to one, on its own, and what it did
-// with it tells the colour.
+// Times are the reference decoders' business: each word or record in sync is given to one, on its own, and what it
+// did with it tells the colour.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -15,14 +15,15 @@
 
 #include "orvo/timing/payload_loss.hpp"
 #include "orvo/timing/payload_observer.hpp"
-#include "orvo/timing/stream_file_header.hpp"
-#include "orvo/timing/time_tag.hpp"
-#include "plain/delta32_plain.hpp"
-#include "plain/packed_alignment_plain.hpp"
-#include "plain/packed_delta_plain.hpp"
-#include "plain/raw64_plain.hpp"
+#include "reference/delta32.hpp"
+#include "reference/header.hpp"
+#include "reference/packed_alignment.hpp"
+#include "reference/packed_delta.hpp"
+#include "reference/raw64.hpp"
+#include "reference/tag.hpp"
+#include "support/as_reference.hpp"
 
-namespace orvo::test::plain {
+namespace orvo::test::reference {
 
 using timing::LossReason;
 using timing::PayloadClass;
@@ -31,19 +32,19 @@ using timing::PayloadLoss;
 class PaintedPayload {
  public:
   explicit PaintedPayload(const timing::StreamFileHeader& header)
-      : header_(header), raw64_(header), delta32_(header), packed_(header) {
+      : header_(as_reference(header)), raw64_(header_), packed_(header_) {
     if (header_.delta_bits == 0) header_.delta_bits = 16;
   }
 
   /// One read. Returns its tags.
-  std::vector<timing::TimeTag> feed(std::span<const std::uint8_t> chunk) {
+  Tags feed(std::span<const std::uint8_t> chunk) {
     payload_.insert(payload_.end(), chunk.begin(), chunk.end());
     paint.resize(payload_.size() * (packed() ? 8 : 1), PayloadClass::pending);
-    std::vector<timing::TimeTag> tags;
-    if (header_.stream_format == timing::StreamFormat::raw64) feed_raw64(tags);
-    if (header_.stream_format == timing::StreamFormat::delta32) feed_delta32(tags);
+    Tags tags;
+    if (header_.stream_format == Encoding::raw64) feed_raw64(tags);
+    if (header_.stream_format == Encoding::delta32) feed_delta32(tags);
     if (packed()) feed_packed(tags);
-    for (const timing::TimeTag& tag : tags) ++tag_counts[tag.channel];
+    for (const Tag& tag : tags) ++tag_counts[static_cast<std::size_t>(tag.channel)];
     return tags;
   }
 
@@ -72,7 +73,8 @@ class PaintedPayload {
   std::uint64_t unanchored = 0;
 
  private:
-  bool packed() const { return header_.stream_format == timing::StreamFormat::packed_delta; }
+  std::uint8_t mask() const { return static_cast<std::uint8_t>(header_.channel_mask); }
+  bool packed() const { return header_.stream_format == Encoding::packed_delta; }
 
   void colour(std::uint64_t from, std::uint64_t to, PayloadClass what) {
     for (std::uint64_t i = from; i < to; ++i) paint[i] = what;
@@ -93,7 +95,7 @@ class PaintedPayload {
     ++breaks;
   }
 
-  void feed_raw64(std::vector<timing::TimeTag>& tags) {
+  void feed_raw64(Tags& tags) {
     while (payload_.size() - at_ >= 8) {
       Raw64Decoder lone(header_);
       const std::span<const std::uint8_t> word(payload_.data() + at_, 8);
@@ -105,7 +107,7 @@ class PaintedPayload {
       end_loss();
       const auto epochs = raw64_.epoch;
       tags.push_back(raw64_.feed(word).front());
-      if (raw64_.epoch != epochs) ++wraps[tags.back().channel];
+      if (raw64_.epoch != epochs) ++wraps[static_cast<std::size_t>(tags.back().channel)];
       take(8, PayloadClass::records);
     }
   }
@@ -116,7 +118,7 @@ class PaintedPayload {
     return word;
   }
 
-  void feed_delta32(std::vector<timing::TimeTag>& tags) {
+  void feed_delta32(Tags& tags) {
     const std::uint64_t held_from = at_;
     while (true) {
       if (!delta32_.synced) {
@@ -139,7 +141,7 @@ class PaintedPayload {
     }
   }
 
-  void delta32_word(std::vector<timing::TimeTag>& tags) {
+  void delta32_word(Tags& tags) {
     const std::uint32_t word = word_at(at_);
     const std::uint32_t state = delta32_.frame_state;
     const bool based = delta32_.base_valid;
@@ -168,7 +170,7 @@ class PaintedPayload {
       return take(4, PayloadClass::events_without_time);
     }
     if (event) {
-      const unsigned c = given.front().channel;
+      const auto c = static_cast<std::size_t>(given.front().channel);
       if (based) adrift_[c] = false;
       if (adrift_[c]) ++unanchored;
       tags.push_back(given.front());
@@ -180,7 +182,7 @@ class PaintedPayload {
     take(4, kControls[control_kind]);
   }
 
-  void feed_packed(std::vector<timing::TimeTag>& tags) {
+  void feed_packed(Tags& tags) {
     const std::uint64_t d = header_.delta_bits;
     if (d > 31) return;
     const std::uint64_t width = d + 3;
@@ -206,8 +208,8 @@ class PaintedPayload {
 
   bool find_lock(std::uint64_t d, std::uint64_t width) {
     const std::span<const std::uint8_t> held = std::span(payload_).subspan(at_ / 8);
-    const AlignmentAnswer answer = search_alignment({.channel_mask = header_.channel_mask,
-                                                     .mode = header_.mode,
+    const AlignmentAnswer answer = search_alignment({.channel_mask = mask(),
+                                                     .internal = header_.mode == 0,
                                                      .delta_bits = static_cast<int>(d),
                                                      .width = static_cast<int>(width),
                                                      .bytes = held});
@@ -229,7 +231,7 @@ class PaintedPayload {
   void forget_lock() { packed_ = PackedDeltaDecoder(header_); }
 
   /// The record at the current bit, alone at the end of as many bytes as it needs. False when it costs the lock.
-  bool packed_record(std::uint64_t d, std::vector<timing::TimeTag>& tags) {
+  bool packed_record(std::uint64_t d, Tags& tags) {
     const std::uint64_t width = d + 3;
     const std::uint64_t record = read_record(payload_, at_, width);
     const std::uint64_t bytes = (width + 7) / 8;
@@ -245,7 +247,7 @@ class PaintedPayload {
     const auto given = packed_.feed(alone);
     if (!packed_.locked) {
       const std::string line = packed_.lines.back();
-      break_off(!is_active(header_.channel_mask, channel)   ? LossReason::inactive_channel
+      break_off(!is_active(mask(), channel)                 ? LossReason::inactive_channel
                 : in_sequence && wrong_channel              ? LossReason::sync_channel
                 : in_sequence                               ? LossReason::sync_flag
                 : line.starts_with("drop nonmonotonic")     ? LossReason::anchor_back
@@ -269,22 +271,22 @@ class PaintedPayload {
     return true;
   }
 
-  bool imbalanced(const std::vector<timing::TimeTag>& tags) const {
-    if (header_.mode != timing::StreamMode::internal || active_count(header_.channel_mask) < 2) return false;
+  bool imbalanced(const Tags& tags) const {
+    if (header_.mode != 0 || active_count(mask()) < 2) return false;
     if (tags.size() < 4096) return false;
     std::uint64_t least = tags.size();
     std::uint64_t most = 0;
     for (unsigned c = 0; c < 4; ++c) {
-      if (!is_active(header_.channel_mask, c)) continue;
-      const auto count = static_cast<std::uint64_t>(
-          std::count_if(tags.begin(), tags.end(), [c](const timing::TimeTag& tag) { return tag.channel == c; }));
+      if (!is_active(mask(), c)) continue;
+      const auto count = static_cast<std::uint64_t>(std::count_if(
+          tags.begin(), tags.end(), [c](const Tag& tag) { return tag.channel == static_cast<int>(c); }));
       least = std::min(least, count);
       most = std::max(most, count);
     }
     return least == 0 || 8 * least < most;
   }
 
-  timing::StreamFileHeader header_;
+  Header header_;
   Raw64Decoder raw64_;
   Delta32Decoder delta32_;
   PackedDeltaDecoder packed_;
@@ -294,4 +296,4 @@ class PaintedPayload {
   std::array<bool, 4> adrift_{};
 };
 
-}  // namespace orvo::test::plain
+}  // namespace orvo::test::reference

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "model/delta32_streams.hpp"
-#include "model/packed_streams.hpp"
+#include "support/delta32_streams.hpp"
 #include "support/measured_run.hpp"
+#include "support/packed_streams.hpp"
 #include "support/product_root.hpp"
 #include "support/strict_json.hpp"
 #include "support/strict_xml.hpp"
@@ -23,8 +23,6 @@
 namespace {
 
 using namespace orvo::test;
-using model::Random;
-
 /// No capture here is larger; the ceilings of large files are ceilings_test's.
 constexpr std::size_t kMostFileBytes = 200'000;
 constexpr unsigned kMostCpuSeconds = kUnderAddressSanitizer ? 100 : 10;
@@ -51,30 +49,30 @@ struct Parts {
 Parts raw64_parts(Random& random) {
   const bool coarse_fine = random.one_in(2);
   Bytes payload;
-  std::uint64_t time_ps = model::start_time(random);
+  std::uint64_t time_ps = start_time(random);
   for (std::uint64_t events = random.between(1, 2000); events > 0; --events) {
     time_ps += random.of_any_size(16);
     const std::uint32_t channel = random.channel();
     payload += coarse_fine ? cf_record(channel, static_cast<std::uint32_t>(time_ps / 3333), random.channel() * 45)
-                           : ps_record(channel, time_ps % model::kDevicePeriod);
+                           : ps_record(channel, time_ps % kDevicePeriod);
   }
   return {header_text("raw64", "external", 15, coarse_fine ? R"(,"raw64_tag_format":"raw_cf")" : ""), payload};
 }
 
 Parts delta32_parts(Random& random) {
-  return {header_text("delta32", "external", 15, ""), model::clean_delta32(random, random.between(1, 4000)).bytes};
+  return {header_text("delta32", "external", 15, ""), clean_delta32(random, random.between(1, 4000)).bytes};
 }
 
 Parts packed_parts(Random& random) {
   constexpr std::uint8_t kMasks[] = {0, 1, 3, 5, 14, 15};
-  model::PackedSettings settings;
+  PackedSettings settings;
   settings.delta_bits = static_cast<std::uint32_t>(random.one_in(2) ? 16 : random.between(1, 31));
   settings.shift = static_cast<unsigned>(random.below(6));
   settings.channel_mask = kMasks[random.below(std::size(kMasks))];
   const std::string more = R"(,"packed_delta_config":{"delta_bits":)" + std::to_string(settings.delta_bits) +
                            R"(,"quantum_ps":)" + std::to_string(1u << settings.shift) + "}";
   return {header_text("packed_delta", random.one_in(2) ? "internal" : "external", settings.channel_mask, more),
-          model::clean_packed(random, settings, random.between(1, 6000)).bytes};
+          clean_packed(random, settings, random.between(1, 6000)).bytes};
 }
 
 Parts good_parts(Random& random) {
@@ -94,9 +92,9 @@ Bytes damaged_capture(Random& random) {
   if (random.one_in(5)) parts.payload += good_parts(random).payload;
   if (random.one_in(20)) parts.header = good_parts(random).header;
   const std::uint64_t defects = random.of_any_size(6);
-  if (!random.one_in(5)) model::damage(random, parts.payload, defects);
+  if (!random.one_in(5)) damage(random, parts.payload, defects);
   Bytes file = capture_bytes(parts.header, parts.payload, random.one_in(5) ? "VQSTRM1\n" : "TAGCAP1\n");
-  if (random.one_in(5)) model::damage(random, file, random.between(1, 5));
+  if (random.one_in(5)) damage(random, file, random.between(1, 5));
   if (random.one_in(5)) file.resize(random.below(random.one_in(3) ? 300 : file.size() + 1));
   if (file.size() > kMostFileBytes) file.resize(kMostFileBytes);
   return file;

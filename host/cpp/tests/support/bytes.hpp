@@ -17,7 +17,9 @@ inline Bytes bytes(std::initializer_list<int> values) {
   return out;
 }
 
-inline Bytes text_bytes(std::string_view text) { return Bytes(text.begin(), text.end()); }
+inline Bytes text_bytes(std::string_view text) {
+  return Bytes(text.begin(), text.end());
+}
 
 inline Bytes operator+(Bytes left, const Bytes& right) {
   left.insert(left.end(), right.begin(), right.end());
@@ -31,8 +33,8 @@ inline Bytes& operator+=(Bytes& left, const Bytes& right) {
 
 /// `width` bytes of `value`, most significant first.
 inline Bytes big_endian(std::uint64_t value, int width) {
-  Bytes out;
-  for (int shift = 8 * (width - 1); shift >= 0; shift -= 8) out.push_back(static_cast<std::uint8_t>(value >> shift));
+  Bytes out(static_cast<std::size_t>(width));
+  for (std::uint8_t& byte : out) byte = static_cast<std::uint8_t>(value >> 8 * --width);
   return out;
 }
 
@@ -43,14 +45,22 @@ inline Bytes little_endian(std::uint64_t value, int width) {
   return out;
 }
 
-/// raw64 record, picosecond form: channel at bit 61, time in bits 43..0.
-inline Bytes ps_record(unsigned channel, std::uint64_t time_ps) {
-  return big_endian(std::uint64_t{channel} << 61 | time_ps, 8);
+/// raw64 word, picosecond form: channel at bit 61, time in bits 43..0.
+constexpr std::uint64_t ps_word(std::uint64_t channel, std::uint64_t time_ps) {
+  return channel << 61 | time_ps;
 }
 
-/// raw64 record, coarse/fine form: channel at bit 61, marker 0xA5C3 at bit 45, coarse count at bit 13, fine code.
+/// raw64 word, coarse/fine form: channel at bit 61, marker 0xA5C3 at bit 45, coarse count at bit 13, fine code.
+constexpr std::uint64_t cf_word(std::uint64_t channel, std::uint64_t coarse, std::uint64_t fine) {
+  return channel << 61 | std::uint64_t{0xA5C3} << 45 | coarse << 13 | fine;
+}
+
+inline Bytes ps_record(unsigned channel, std::uint64_t time_ps) {
+  return big_endian(ps_word(channel, time_ps), 8);
+}
+
 inline Bytes cf_record(unsigned channel, std::uint32_t coarse, unsigned fine) {
-  return big_endian(std::uint64_t{channel} << 61 | std::uint64_t{0xA5C3} << 45 | std::uint64_t{coarse} << 13 | fine, 8);
+  return big_endian(cf_word(channel, coarse, fine), 8);
 }
 
 /// A whole capture file: magic, little-endian header length, header text, payload.

@@ -8,12 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "model/packed_streams.hpp"
 #include "support/delta32_payload.hpp"
+#include "support/packed_payload.hpp"
 
 namespace orvo::test {
-
-using model::PackedEncoder;
 
 /// Bytes of a payload, piece by piece: whoever writes them to a file never holds them all.
 using Pieces = std::function<Bytes()>;
@@ -75,54 +73,49 @@ inline Pieces delta32_bases() {
 }
 
 /// Eight times what `write` writes, which fills whole bytes.
-inline Bytes packed_records(unsigned delta_bits, const std::function<void(PackedEncoder&)>& write) {
-  PackedEncoder out(delta_bits);
+inline Bytes packed_records(unsigned delta_bits, const std::function<void(PackedWriter&)>& write) {
+  PackedWriter out(delta_bits);
   for (int i = 0; i < 8; ++i) write(out);
-  return out.bytes;
-}
-
-inline void anchor(PackedEncoder& out, std::uint32_t channel, std::uint64_t quanta) {
-  out.sync(channel, quanta);
-  out.record(channel, false, 0);
+  return out.bytes();
 }
 
 /// Each record is an event of channel 0 or 1.
 inline Bytes packed_events(unsigned delta_bits) {
-  return packed_records(delta_bits, [](PackedEncoder& out) {
-    out.record(0, false, 1);
-    out.record(1, false, 1);
+  return packed_records(delta_bits, [](PackedWriter& out) {
+    out.data(0, 1);
+    out.data(1, 1);
   });
 }
 
 /// Anchors of both channels that go back in time: each costs the lock, but the search for it cannot see them.
-inline void lose_lock(PackedEncoder& out) {
+inline void lose_lock(PackedWriter& out) {
   for (const std::uint64_t quanta : {std::uint64_t{1'000'000'000}, std::uint64_t{5}}) {
-    anchor(out, 0, quanta);
-    anchor(out, 1, quanta);
+    out.anchor(0, quanta);
+    out.anchor(1, quanta);
   }
 }
 
 /// So many of them that each of `reads` reads loses its lock at once: the next then finds all of the file undecoded,
 /// event by event. Channels 0 and 1 are locked behind them, and the last byte is filled.
 inline Bytes locked_after(unsigned delta_bits, std::int64_t reads) {
-  PackedEncoder out(delta_bits);
+  PackedWriter out(delta_bits);
   for (; reads > 0; --reads) lose_lock(out);
-  anchor(out, 0, 1);
-  anchor(out, 1, 1);
-  while (out.records * (delta_bits + 3) % 8 != 0) out.record(out.records % 2, false, 1);
-  return out.bytes;
+  out.anchor(0, 1);
+  out.anchor(1, 1);
+  while (out.records() * (delta_bits + 3) % 8 != 0) out.data(out.records() % 2, 1);
+  return out.bytes();
 }
 
 /// In each read two channels at the same rate for as long as the search looks, then one channel alone.
 inline Pieces out_of_balance() {
   return [pieces = 0]() mutable {
-    PackedEncoder out(1);
+    PackedWriter out(1);
     const bool balanced = pieces % 16 < 2;
-    if (pieces % 16 == 0) anchor(out, 0, 1);
-    if (pieces % 16 == 0) anchor(out, 1, 1);
-    while (out.records < 131'072) out.record(balanced ? out.records % 2 : 0, false, 1);  // 64 KiB
+    if (pieces % 16 == 0) out.anchor(0, 1);
+    if (pieces % 16 == 0) out.anchor(1, 1);
+    while (out.records() < 131'072) out.data(balanced ? out.records() % 2 : 0, 1);  // 64 KiB
     ++pieces;
-    return out.bytes;
+    return out.bytes();
   };
 }
 
@@ -179,7 +172,7 @@ inline std::vector<HostileCapture> hostile_packed(std::int64_t mib) {
       add("noise" + bits + " " + mode, header, noise());
     }
     const std::string header = packed_header(d, "external", 3);
-    const Bytes sequences = packed_records(d, [](PackedEncoder& out) { out.sync(0, 0); });
+    const Bytes sequences = packed_records(d, [](PackedWriter& out) { out.sync(0, 0); });
     add("endless sync sequences" + bits, header, repeated(sequences));
     add("events" + bits, header, once_then(locked_after(d, 0), packed_events(d)), 8.0 / (d + 3));
     add("a lock lost in every read" + bits, header, repeated(packed_records(d, lose_lock)));

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/bytes.hpp"
@@ -40,9 +41,14 @@ class PackedWriter {
     return *this;
   }
 
-  PackedWriter& data(unsigned channel, std::uint64_t quanta) { return record(channel, 0, quanta); }
-  PackedWriter& overflow(unsigned channel, std::uint64_t units) { return record(channel, 1, units); }
-  PackedWriter& sync_start(unsigned channel) { return record(channel, 1, all_ones()); }
+  /// Any record.
+  PackedWriter& record(unsigned channel, bool flag, std::uint64_t payload) {
+    ++records_;
+    return bits(channel, 2).bits(flag ? 1 : 0, 1).bits(payload, delta_bits_);
+  }
+  PackedWriter& data(unsigned channel, std::uint64_t quanta) { return record(channel, false, quanta); }
+  PackedWriter& overflow(unsigned channel, std::uint64_t units) { return record(channel, true, units); }
+  PackedWriter& sync_start(unsigned channel) { return record(channel, true, all_ones()); }
 
   /// Sync start and the pieces of `quanta`; bits above the last piece are lost.
   PackedWriter& sync(unsigned channel, std::uint64_t quanta) {
@@ -67,6 +73,23 @@ class PackedWriter {
     return data(channel, quanta & all_ones());
   }
 
+  /// The same, but nothing and false where that takes more than ten overflow records.
+  bool short_gap(unsigned channel, std::uint64_t quanta) {
+    if (quanta >> delta_bits_ > 10 * (all_ones() - 1)) return false;
+    gap(channel, quanta);
+    return true;
+  }
+
+  /// Fills the last byte with the first bits of overflow records of nothing: whatever else stood there could be taken
+  /// for a record.
+  PackedWriter& fill_byte(unsigned channel) {
+    const std::uint64_t record = std::uint64_t{channel} << (delta_bits_ + 1) | std::uint64_t{1} << delta_bits_;
+    for (unsigned left = delta_bits_ + 2; bit_count_ % 8 != 0; left = left == 0 ? delta_bits_ + 2 : left - 1) {
+      bits(record >> left, 1);
+    }
+    return *this;
+  }
+
   /// Overflow records that add nothing, for more than 8 bytes: a decoder that reads whole words, or many records at a
   /// time, meets the records before them away from the end of the chunk.
   PackedWriter& tail(unsigned channel) {
@@ -75,20 +98,32 @@ class PackedWriter {
   }
 
   unsigned sync_words() const { return (delta_bits_ + 40) / delta_bits_; }
+  std::size_t records() const { return records_; }
   std::size_t bit_count() const { return bit_count_; }
   /// The bytes so far, the last one filled up with zero bits.
   const Bytes& bytes() const { return bytes_; }
 
  private:
   std::uint64_t all_ones() const { return (std::uint64_t{1} << delta_bits_) - 1; }
-  PackedWriter& record(unsigned channel, unsigned flag, std::uint64_t payload) {
-    return bits(channel, 2).bits(flag, 1).bits(payload, delta_bits_);
-  }
 
   unsigned delta_bits_;
   Bytes bytes_;
   std::size_t bit_count_ = 0;
+  std::size_t records_ = 0;
 };
+
+/// Bits written as "0" and "1"; blanks are for the eye. The last byte is filled with zeros.
+inline Bytes bit_text(std::string_view text) {
+  Bytes out;
+  unsigned used = 0;
+  for (const char bit : text) {
+    if (bit == ' ') continue;
+    if (used % 8 == 0) out.push_back(0);
+    if (bit == '1') out.back() = static_cast<std::uint8_t>(out.back() | 0x80u >> used % 8);
+    ++used;
+  }
+  return out;
+}
 
 /// The header of a packed capture; a quantum of 1 ps unless the test says otherwise.
 struct PackedSetup {
