@@ -168,12 +168,26 @@ TEST_F(CommandLine, RefusesOptionsGivenTwice) {
   EXPECT_EQ(failure({"a", "--out=b"}), "--out: given twice\n");
 }
 
-TEST_F(CommandLine, RefusesWhatItDoesNotKnow) {
-  const std::string is_unknown = " (--help lists the options)\n";
-  EXPECT_EQ(failure({"--nunber=7"}), "The following argument was not expected: --nunber=7" + is_unknown);
-  EXPECT_EQ(failure({"--Number=7"}), "The following argument was not expected: --Number=7" + is_unknown);
-  EXPECT_EQ(failure({"-n", "a", "b"}), "The following argument was not expected: -n" + is_unknown);
-  EXPECT_EQ(failure({"a", "b", "c"}), "The following argument was not expected: c" + is_unknown);
+TEST_F(CommandLine, RefusesUnknownOptions) {
+  const std::string hint = " (--help lists the options)\n";
+  EXPECT_EQ(failure({"--nunber=7"}), "unknown option --nunber" + hint);
+  EXPECT_EQ(failure({"--nunber", "7"}), "unknown option --nunber" + hint);
+  EXPECT_EQ(failure({"--Number=7"}), "unknown option --Number" + hint);
+  EXPECT_EQ(failure({"-number=7"}), "unknown option -number" + hint);
+  EXPECT_EQ(failure({"---number=7"}), "unknown option ---number" + hint);
+  EXPECT_EQ(failure({"--=7"}), "unknown option --" + hint);
+  EXPECT_EQ(failure({"--number=x", "-5"}), "unknown option -5" + hint);
+  EXPECT_EQ(failure({"a", "-n", "b"}), "unknown option -n" + hint);
+}
+
+TEST_F(CommandLine, RefusesMoreFilesThanItTakes) {
+  EXPECT_EQ(failure({"a", "b", "c"}), "The following argument was not expected: c\n");
+}
+
+TEST_F(CommandLine, TakesASingleDashForAFile) {
+  take({"-", "-"});
+  EXPECT_EQ(file_, "-");
+  EXPECT_EQ(other_, "-");
 }
 
 TEST_F(CommandLine, AnswersARequestForHelpWhateverElseIsGiven) {

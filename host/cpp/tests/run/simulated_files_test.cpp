@@ -99,7 +99,7 @@ TEST_F(SimulatedFiles, AreNotThereForUnusableOptions) {
   expect_failure({"c.tagcap", "--delta-bits=32", "--encoding=packed_delta"}, 64,
                  "--delta-bits: '32' is not a whole number from 1 to 31");
   expect_failure({"c.tagcap", "--colour=red"}, 64,
-                 "The following argument was not expected: --colour=red (--help lists the options)");
+                 "unknown option --colour (--help lists the options)");
   expect_failure({"c.tagcap", "--pair-channels=0,2"}, 64, "--pair-channels: channel 2 is not active (--channels)");
 }
 

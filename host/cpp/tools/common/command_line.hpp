@@ -151,17 +151,20 @@ inline std::unique_ptr<CLI::App> make_app(const std::string& name, const std::st
   return app;
 }
 
-/// Throws `UsageError` for "--name" and "--name=" without a value. (CLI11 would take the next option for the value.)
-inline void refuse_missing_values(const CLI::App& app, const std::vector<std::string>& arguments) {
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
+/// Throws `UsageError` for an option that `app` does not have, and for "--name" and "--name=" without a value. CLI11
+/// would take some of them for files, and the next option for the value. Up to "--"; "-" is a file.
+inline void check_options(const CLI::App& app, const std::vector<std::string>& arguments) {
+  for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
     const std::string& argument = arguments[i];
-    if (argument == "--") return;
+    if (!argument.starts_with('-') || argument == "-") continue;
     const auto equals = argument.find('=');
-    const CLI::Option* const option = app.get_option_no_throw(argument.substr(0, equals));
-    if (option == nullptr || !argument.starts_with("--") || option->get_items_expected_min() == 0) continue;
+    const std::string name = argument.substr(0, equals);
+    const CLI::Option* const option = app.get_option_no_throw(name);
+    if (option == nullptr) throw UsageError("unknown option " + name + " (--help lists the options)");
+    if (option->get_items_expected_min() == 0) continue;
     const bool has_value = equals != argument.npos ? equals + 1 < argument.size()
-                                                   : i + 1 < arguments.size() && !arguments[i + 1].starts_with("--");
-    if (!has_value) throw UsageError(argument.substr(0, equals) + ": no value given");
+                                                   : ++i < arguments.size() && !arguments[i].starts_with("--");
+    if (!has_value) throw UsageError(name + ": no value given");
   }
 }
 
@@ -170,8 +173,7 @@ inline std::string usage_message(const CLI::App& app, const CLI::ParseError& err
   for (const CLI::Option* const option : app.get_options()) {
     if (option->get_items_expected_max() == 1 && option->count() > 1) return option->get_name() + ": given twice";
   }
-  const bool is_unknown = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
-  return error.what() + std::string(is_unknown ? " (--help lists the options)" : "");
+  return error.what();
 }
 
 /// Sets what `app` is bound to. A status when the program has come to its end: with help or the version printed,
@@ -189,7 +191,7 @@ inline std::optional<int> parse_arguments(CLI::App& app, const std::vector<std::
     out << app.version() << '\n';
     return kExitDone;
   }
-  refuse_missing_values(app, arguments);
+  check_options(app, arguments);
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError& error) {
