@@ -203,6 +203,26 @@ TEST_F(StreamFileReaderTest, OpeningAgainFromTheStartAfterTheEndOfAPayload) {
   }
 }
 
+TEST_F(StreamFileReaderTest, RewindingGivesTheSameTagsAgain) {
+  const Bytes wrapping = ps_record(0, 14'315'125'997'567) + ps_record(0, 5) + bytes({0, 0, 0});
+  StreamFileReader reader;
+  open(reader, R"({"stream_format":"raw64"})", wrapping);
+  reader.rewind();
+  for (const std::uint64_t most : {1u, 2u, 9u}) {
+    EXPECT_THAT(reader.decode_next_tags(most, 11).front(), (TimeTag{0, 14'315'125'997'567}));
+    reader.rewind();
+    EXPECT_THAT(reader.decode_next_tags(10, 100),
+                ElementsAre(TimeTag{0, 14'315'125'997'567}, TimeTag{0, 14'315'125'997'573}));
+    EXPECT_THAT(reader.decode_next_tags(10, 100), IsEmpty());
+    reader.rewind();
+  }
+}
+
+TEST_F(StreamFileReaderTest, WhatCannotBeReadAgainIsNotRewound) {
+  StreamFileReader reader;
+  EXPECT_EQ(failure_of([&] { reader.rewind(); }), "StreamFileReader: not open (code -6)");
+}
+
 TEST_F(StreamFileReaderTest, AFailedOpenCanBeFollowedByASuccessfulOne) {
   StreamFileReader reader;
   EXPECT_NE(failure_of([&] { reader.open(path_); }), "nothing thrown");

@@ -12,7 +12,7 @@
 #include "support/bytes.hpp"
 #include "support/failure.hpp"
 #include "support/tool_surroundings.hpp"
-#include "verify/tag_collection.hpp"
+#include "verify/correlation.hpp"
 
 namespace {
 
@@ -69,8 +69,11 @@ class ReportStage : public ToolSurroundings {
     RunResult run;
     run.source = cwd() / "in.tagcap";
     run.header = reader.header();
+    run.channel_a = config_.channel_a;
+    run.channel_b = config_.channel_b;
     std::ostringstream out;
-    analyse_and_report(run, config_, collect_tags(reader, 0), prefix, out);
+    correlate(reader, config_, kMostListedBytes, run);
+    write_reports(run, prefix, out);
     console_ = out.str();
   }
   bool wrote(const char* name) const { return fs::is_regular_file(cwd() / name); }

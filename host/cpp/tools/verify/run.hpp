@@ -1,22 +1,22 @@
 #pragma once
 // Part of vq_verify_stream_file_xcorr: file-local throughout.
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <optional>
 #include <ostream>
-#include <utility>
 
 #include "common/exit_status.hpp"
 #include "orvo/timing/stream_file_reader.hpp"
 #include "verify/command_line.hpp"
 #include "verify/config.hpp"
+#include "verify/correlation.hpp"
 #include "verify/help_text.hpp"
 #include "verify/input_discovery.hpp"
 #include "verify/output_naming.hpp"
 #include "verify/report_stage.hpp"
 #include "verify/settings_file.hpp"
 #include "verify/synthetic_capture.hpp"
-#include "verify/tag_collection.hpp"
 
 namespace {
 
@@ -31,7 +31,7 @@ inline std::filesystem::path choose_input(const Config& config, std::ostream& ou
 }
 
 /// A run from its settings to its exit status; failures are thrown.
-inline int verify(int argc, char** argv, std::ostream& out, std::ostream& err) {
+inline int verify(int argc, char** argv, std::uint64_t most_listed_bytes, std::ostream& out, std::ostream& err) {
   if (help_requested(argc, argv)) {
     out << kHelpText;
     return kExitDone;
@@ -52,18 +52,21 @@ inline int verify(int argc, char** argv, std::ostream& out, std::ostream& err) {
 
   orvo::timing::StreamFileReader reader;
   reader.open(input.string());
-  orvo::timing::ChannelTimes times = collect_tags(reader, config.max_tags);
   RunResult run;
   run.source = input;
   run.header = reader.header();
-  analyse_and_report(std::move(run), config, std::move(times), output_prefix, out);
+  run.channel_a = config.channel_a;
+  run.channel_b = config.channel_b;
+  correlate(reader, config, most_listed_bytes, run);
+  write_reports(run, output_prefix, out);
   return kExitDone;
 }
 
 /// The whole program: a run whose failures are printed on `err`.
-inline int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
+inline int run(int argc, char** argv, std::ostream& out, std::ostream& err,
+               std::uint64_t most_listed_bytes = kMostListedBytes) {
   try {
-    return verify(argc, argv, out, err);
+    return verify(argc, argv, most_listed_bytes, out, err);
   } catch (const std::exception& error) {
     err << error.what() << '\n';
     return kExitFailed;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "orvo/timing/sorted_times.hpp"
@@ -36,6 +37,21 @@ inline std::int64_t nearest_difference(std::int64_t a_ps, std::span<const std::i
   return saturated_difference(before_is_nearer ? successor[-1] : *successor, a_ps);
 }
 
+inline constexpr std::size_t kMostOffsetSamples = 4000;
+
+/// Every so many events of A the sample takes one.
+inline std::uint64_t offset_sample_stride(std::uint64_t events) {
+  return std::max<std::uint64_t>(events / kMostOffsetSamples, 1);
+}
+
+/// The median, the upper one of an even number; 0 of none.
+inline std::int64_t median_difference(std::vector<std::int64_t> differences) {
+  if (differences.empty()) return 0;
+  const auto middle = differences.begin() + static_cast<std::ptrdiff_t>(differences.size() / 2);
+  std::nth_element(differences.begin(), middle, differences.end());
+  return *middle;
+}
+
 }  // namespace detail
 
 /// Delay of channel B after channel A, picoseconds: the median distance from an A event to its nearest B event, over
@@ -45,17 +61,14 @@ inline std::int64_t nearest_difference(std::int64_t a_ps, std::span<const std::i
 inline std::int64_t estimate_offset_sorted_ps(std::span<const std::int64_t> a_ps,
                                               std::span<const std::int64_t> b_ps) {
   assert(std::is_sorted(a_ps.begin(), a_ps.end()) && std::is_sorted(b_ps.begin(), b_ps.end()));
-  constexpr std::size_t kMostSamples = 4000;
   if (a_ps.empty() || b_ps.empty()) return 0;
-  const std::size_t stride = std::max<std::size_t>(a_ps.size() / kMostSamples, 1);
+  const auto stride = static_cast<std::size_t>(detail::offset_sample_stride(a_ps.size()));
   std::vector<std::int64_t> differences;
-  differences.reserve(kMostSamples);
-  for (std::size_t i = 0; i < a_ps.size() && differences.size() < kMostSamples; i += stride) {
+  differences.reserve(detail::kMostOffsetSamples);
+  for (std::size_t i = 0; i < a_ps.size() && differences.size() < detail::kMostOffsetSamples; i += stride) {
     differences.push_back(detail::nearest_difference(a_ps[i], b_ps));
   }
-  const auto middle = differences.begin() + static_cast<std::ptrdiff_t>(differences.size() / 2);
-  std::nth_element(differences.begin(), middle, differences.end());
-  return *middle;
+  return detail::median_difference(std::move(differences));
 }
 
 /// As `estimate_offset_sorted_ps`, for lists in any order: vectors, spans, the lists of `ChannelTimes`.

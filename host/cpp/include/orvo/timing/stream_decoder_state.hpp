@@ -86,7 +86,8 @@ struct StreamDecoder {
   std::uint32_t pk_sync_bits = 0;
   std::int32_t pk_anchor_channel = -1;  ///< channel whose next data record is an anchor; -1 = none
   std::uint64_t pk_anchor_base = 0;     ///< ps
-  std::uint64_t pk_debug_lines = 0;     ///< written so far; survives everything
+  std::uint64_t pk_debug_lines = 0;     ///< so far; survives everything
+  std::uint64_t pk_debug_told = 0;      ///< the first so many are not written: another decoder told of the same bytes
   unsigned quantum_shift = 0;           ///< trailing zero bits of quantum_ps, 0 to 15
 };
 

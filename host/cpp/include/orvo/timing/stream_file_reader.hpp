@@ -45,6 +45,11 @@ class StreamFileReader {
   template <TagSink Sink, PayloadObserver Observer>
   bool decode_next_chunk(std::uint64_t max_bytes, Sink& sink, Observer& observer);
 
+  /// Goes back to the first payload byte: the tags come once more, from the file that was opened, whatever its path
+  /// names by now. Debug lines that have been written are not written again. Throws `Error` when no file is open or
+  /// it is none that can be read twice, a pipe for example.
+  void rewind();
+
  private:
   bool read_exactly(char* target, std::size_t size);
   bool read_header_text(std::uint64_t length);
@@ -131,6 +136,20 @@ bool StreamFileReader::decode_next_chunk(std::uint64_t max_bytes, Sink& sink, Ob
   if (!read_payload(max_bytes)) return false;
   detail::decode_pending(*decoder_, sink, observer);
   return true;
+}
+
+inline void StreamFileReader::rewind() {
+  if (!file_.is_open()) throw Error("StreamFileReader: not open", kNotOpen);
+  file_.clear();
+  if (!file_.seekg(static_cast<std::streamoff>(payload_offset_))) {
+    throw Error("StreamFileReader: payload cannot be read again", kFileFailure);
+  }
+  pending_tags_.clear();
+  pending_index_ = 0;
+  if (!decoder_) return;
+  const std::uint64_t told = std::max(decoder_->pk_debug_lines, decoder_->pk_debug_told);
+  decoder_ = std::make_unique<StreamDecoder>(header_);
+  decoder_->pk_debug_told = told;
 }
 
 inline void StreamFileReader::hand_out_pending(std::vector<TimeTag>& tags, std::uint64_t max_tags) {

@@ -10,6 +10,7 @@
 #include "orvo/timing/correlation_significance.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/offset_estimate.hpp"
+#include "orvo/timing/offset_stream.hpp"
 #include "orvo/timing/pair_statistics.hpp"
 #include "orvo/timing/payload_account.hpp"
 #include "orvo/timing/payload_loss.hpp"

@@ -40,7 +40,7 @@ class PackedDebugLog : public NoObserver {
   template <class... Parts>
   void write(const Parts&... parts) {
     if (decoder_.pk_debug_lines >= kMostPackedDebugLines || std::getenv("ORVO_PACKED_DEBUG") == nullptr) return;
-    ++decoder_.pk_debug_lines;
+    if (++decoder_.pk_debug_lines <= decoder_.pk_debug_told) return;
     std::ostringstream line;
     line << "packed-decoder: ";
     (line << ... << parts);

@@ -14,12 +14,20 @@
 
 namespace orvo::timing::detail {
 
+/// Counts `pairs` of one difference in the bin whose centre is nearest, if there is one.
+inline void add_difference(std::int64_t difference, std::int64_t pairs, std::uint64_t bin_ps,
+                           std::vector<std::int64_t>& counts) {
+  const std::uint64_t half = counts.size() / 2;
+  const auto distance = static_cast<std::uint64_t>(difference < 0 ? -difference : difference);
+  const std::uint64_t steps = (distance + bin_ps / 2) / bin_ps;  // halves away from zero on both sides
+  if (steps <= half) counts[difference < 0 ? half - steps : half + steps] += pairs;
+}
+
 /// The readable form, for any numbers at all: two bounds that only move forward, one division for each pair.
 inline void count_pairs_anywhere(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
                                  const XcorrWindow& window, std::vector<std::int64_t>& counts) {
   if (a_ps.empty()) return;
   const auto bin_ps = static_cast<std::uint64_t>(window.bin_ps);
-  const std::uint64_t half = counts.size() / 2;
   // Of the B events, those that may pair with this A event.
   auto first = std::lower_bound(b_ps.begin(), b_ps.end(), Int128{a_ps.front()} + window.offset_ps - window.range_ps);
   auto last = first;
@@ -29,10 +37,7 @@ inline void count_pairs_anywhere(std::span<const std::int64_t> a_ps, std::span<c
     last = std::max(last, first);
     while (last != b_ps.end() && *last <= center + window.range_ps) ++last;
     for (auto b = first; b != last; ++b) {
-      const auto difference = static_cast<std::int64_t>(*b - center);
-      const auto distance = static_cast<std::uint64_t>(difference < 0 ? -difference : difference);
-      const std::uint64_t steps = (distance + bin_ps / 2) / bin_ps;  // halves away from zero on both sides
-      if (steps <= half) ++counts[difference < 0 ? half - steps : half + steps];
+      add_difference(static_cast<std::int64_t>(*b - center), 1, bin_ps, counts);
     }
   }
 }
