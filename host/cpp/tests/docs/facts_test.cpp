@@ -1,4 +1,5 @@
 // Names and texts that the documentation repeats: they are those of the sources.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,8 +27,8 @@ std::string sources_in(const std::string& folder) {
   return text;
 }
 
-/// The string literals that stand right behind `call`.
-std::vector<std::string> literals_behind(std::string_view source, std::string_view call) {
+/// The string literals that directly follow `call`.
+std::vector<std::string> literals_after(std::string_view source, std::string_view call) {
   std::vector<std::string> literals;
   for (auto at = source.find(call); at != source.npos; at = source.find(call, at + 1)) {
     const auto from = at + call.size();
@@ -41,7 +42,7 @@ TEST(Troubleshooting, HasEveryMessageOfTheSources) {
   const std::string source = sources_in("host/cpp/include/orvo/timing") + sources_in("host/cpp/tools/verify");
   std::size_t seen = 0;
   for (const std::string_view call : {"Error(\"", "open_report(path, \"", "err << \""}) {
-    for (std::string message : literals_behind(source, call)) {
+    for (std::string message : literals_after(source, call)) {
       message = message.substr(0, message.find("\\n"));
       EXPECT_NE(page.find('`' + message), page.npos) << message;
       ++seen;
@@ -50,10 +51,10 @@ TEST(Troubleshooting, HasEveryMessageOfTheSources) {
   EXPECT_GE(seen, 18u);
 }
 
-TEST(Troubleshooting, HasEveryLineOfTheDiary) {
+TEST(Troubleshooting, HasEveryLineOfTheDebugLog) {
   const std::string page = read_file(checkout() / "docs/troubleshooting.md");
   const std::string source = read_file(checkout() / "host/cpp/include/orvo/timing/detail/packed_debug_log.hpp");
-  const std::vector<std::string> lines = literals_behind(source, "write(\"");
+  const std::vector<std::string> lines = literals_after(source, "write(\"");
   EXPECT_EQ(lines.size(), 10u);
   for (const std::string& line : lines) EXPECT_NE(page.find('`' + line), page.npos) << line;
 }
@@ -82,20 +83,20 @@ std::vector<std::vector<std::string>> settings_table() {
   return rows;
 }
 
-TEST(Readme, NamesTheSettingsAsTheSourcesDo) {
-  const std::string file_keys = read_file(checkout() / "host/cpp/tools/verify/settings_file.hpp");
-  const std::string flags = read_file(checkout() / "host/cpp/tools/verify/command_line.hpp");
-  const auto expect_quoted = [](const std::string& source, const std::string& word) {
-    EXPECT_NE(source.find('"' + word + '"'), source.npos) << word;
-  };
-  const auto rows = settings_table();
-  ASSERT_EQ(rows.size(), 8u);
-  for (const std::vector<std::string>& row : rows) {
+TEST(Readme, NamesTheKeysAndFlagsOfTheSources) {
+  const std::string settings_file = read_file(checkout() / "host/cpp/tools/verify/settings_file.hpp");
+  const std::string command_line = read_file(checkout() / "host/cpp/tools/verify/command_line.hpp");
+  std::vector<std::string> keys;
+  std::vector<std::string> flags;
+  for (const std::vector<std::string>& row : settings_table()) {
     ASSERT_EQ(row.size(), 6u);
-    expect_quoted(file_keys, row[1]);
-    if (!row[2].empty()) expect_quoted(file_keys, row[2]);
-    if (!row[3].empty()) expect_quoted(flags, row[3].substr(2));
+    keys.push_back(row[1]);
+    if (!row[2].empty()) keys.push_back(row[2]);
+    if (!row[3].empty()) flags.push_back(row[3].substr(2));
   }
+  EXPECT_THAT(literals_after(settings_file, "key == \""), testing::UnorderedElementsAreArray(keys));
+  EXPECT_THAT(literals_after(command_line, "get_flag(argc, argv, \""), testing::UnorderedElementsAreArray(flags));
+  EXPECT_GE(flags.size(), 5u);
 }
 
 TEST(Readme, HasTheDefaultsOfTheSettings) {

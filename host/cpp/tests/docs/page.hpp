@@ -148,6 +148,13 @@ inline std::vector<std::string> page_names() {
   return names;
 }
 
+/// The same and the pages that only developers read.
+inline std::vector<std::string> all_page_names() {
+  std::vector<std::string> names = page_names();
+  names.insert(names.end(), {"CONTRIBUTING.md", "CHANGELOG.md"});
+  return names;
+}
+
 inline Page page_named(const std::string& name) {
   return page_of(checkout() / name, read_file(checkout() / name));
 }
