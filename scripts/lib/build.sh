@@ -23,6 +23,7 @@ need_for_programs() {
 need_for_tests() {
   need_header libgtest-dev "GoogleTest" gtest/gtest.h
   need_header libgmock-dev "GoogleMock" gmock/gmock.h
+  need_header libkissfft-dev "KissFFT" kissfft/kiss_fftr.h
 }
 
 # What a preset of CMakePresets.json needs to be built; fails if there is none of that name.
