@@ -21,7 +21,7 @@ entries_under_valgrind() {
 
 # Left out: the programs of run/, which start the tool as a program of its own (those of tools/ run it in
 # process), the random comparisons of reference/, which would take hours, and what builds with flags of its own.
-readonly not_under_valgrind='^(run|reference|docs|package|hardening)_'
+readonly not_under_valgrind='^(run|reference|docs|package|hardening|made_by)_'
 
 # Left out as well: what Valgrind cannot do. Its long double is a double, and an allocation that fails in it
 # ends the program.

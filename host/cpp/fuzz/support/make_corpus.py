@@ -2,20 +2,29 @@
 """Writes the seeds in ../corpus, one file for each case that a fuzzer should not have to find by itself.
 
 Run it after a change to what a target reads from its input; files of other names (inputs that once failed) stay.
+With --check it writes nothing, and names the seeds that differ; status 1 when any does.
 """
 import struct
+import sys
 from pathlib import Path
 
 CORPUS = Path(__file__).resolve().parent.parent / "corpus"
 WRAP_STEP = 0xFB00000000
 PERIOD = 3333 << 32
+CHECK = sys.argv[1:] == ["--check"]
+different = []
 
 
 def seeds(concept, cases):
     folder = CORPUS / concept
-    folder.mkdir(parents=True, exist_ok=True)
+    if not CHECK:
+        folder.mkdir(parents=True, exist_ok=True)
     for name, content in cases.items():
-        (folder / name).write_bytes(content)
+        path = folder / name
+        if not CHECK:
+            path.write_bytes(content)
+        elif not path.is_file() or path.read_bytes() != content:
+            different.append(f"{concept}/{name}")
 
 
 # --- input.hpp ------------------------------------------------------------------------------------------------------
@@ -503,6 +512,8 @@ def main():
     seeds("xcorr_stream", xcorr_stream())
     seeds("report_json", reports())
     seeds("report_svg", reports())
+    if different:
+        sys.exit("not as made: " + ", ".join(different))
 
 
 if __name__ == "__main__":

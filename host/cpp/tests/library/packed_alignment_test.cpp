@@ -189,4 +189,19 @@ TEST(PackedAlignment, CountsAnewBehindASetback) {
             "packed-decoder: reject internal alignment drop_bytes=25 bit_offset=0 synced=2/2 min=1 max=4 total=5\n");
 }
 
+TEST(PackedAlignment, ASyncStartOfAnotherChannelInsideASequenceStartsNothing) {
+  // Found by the trial that begins with channel 0's start: the one before it is set back there, and its sequence with it.
+  EXPECT_EQ(probe_two(records().sync_start(1).anchor(0, 0).anchor(1, 0)), at(1, 0));
+}
+
+TEST(PackedAlignment, ATrialSetBackTwiceStartsBehindTheSecondTime) {
+  EXPECT_EQ(probe_two(records().data(2, 0).data(0, 0).data(2, 0).anchor(0, 0).anchor(1, 0)), at(3, 0));
+  // Far apart, and the second one after all first bytes of trials.
+  PackedWriter payload = records();
+  payload.data(0, 0).data(2, 0);
+  for (int i = 0; i < 70; ++i) payload.data(0, 0);
+  payload.data(3, 0).anchor(0, 0).anchor(1, 0);
+  EXPECT_EQ(probe_two(payload), at(73, 0));
+}
+
 }  // namespace

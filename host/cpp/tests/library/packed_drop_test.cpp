@@ -82,6 +82,19 @@ TEST(PackedDrop, AnInactiveChannelWhateverItsRecordAndInsideASequence) {
             "packed-decoder: drop inactive ch=2 active_mask=0x3 record=1 records=2\n");
 }
 
+// Records far from the end of a chunk may be decoded many at a time.
+TEST(PackedDrop, AnInactiveChannelWhateverItsRecordFarFromTheEndOfTheChunk) {
+  for (const bool flag : {false, true}) {
+    for (const std::uint64_t payload : {0u, 7u, 0x1FFEu, 0x1FFFu}) {
+      const Drop drop =
+          drop_of(running_decoder(kExternal, 1, 50), records().data(1, 2).record(2, flag, payload).tail(1).bytes());
+      EXPECT_EQ(drop.output, "packed-decoder: drop inactive ch=2 active_mask=0x3 record=1 records=7\n");
+      EXPECT_THAT(drop.tags, ElementsAre(tag(1, 52)));
+      EXPECT_EQ(drop.left, records().tail(1).bytes());
+    }
+  }
+}
+
 TEST(PackedDrop, TheActiveMaskIsHexadecimal) {
   const auto output_with = [](unsigned mask, unsigned channel) {
     return drop_of(locked_decoder({.channel_mask = mask, .delta_bits = 13}), records().data(channel, 0).bytes())

@@ -228,4 +228,46 @@ TEST(InterleavedPairCounter, LeavesAListThatIsTooShortAlone) {
   EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 3000)), 0u);  // the windows reach the end of B
 }
 
+// Sums of four such numbers must fit: two times, range and offset.
+TEST(PairCounting, NumbersUpTo2ToThe60AreNearby) {
+  constexpr std::int64_t k2To60 = std::int64_t{1} << 60;
+  EXPECT_TRUE(detail::is_nearby(-k2To60, k2To60));
+  EXPECT_FALSE(detail::is_nearby(0, k2To60 + 1));
+  EXPECT_FALSE(detail::is_nearby(-k2To60 - 1, 0));
+}
+
+/// 1000 times whose gaps grow from 2001 ps on: no two windows of up to 1000 ps meet, and no pattern repeats.
+Times irregular() {
+  Times times;
+  for (std::int64_t i = 0; i < 1000; ++i) times.push_back(2000 * i + i * i);
+  return times;
+}
+
+TEST(PairCounting, BothEndsOfTheWindowPairAndNothingBeyond) {
+  const Times a = irregular();
+  Times counts(11);  // -40 to 40 ps
+  EXPECT_EQ(counts_of(a, later(a, 41), {40, 8, 0}), counts);
+  EXPECT_EQ(counts_of(a, later(a, -41), {40, 8, 0}), counts);
+  counts[10] = 1000;
+  EXPECT_EQ(counts_of(a, later(a, 40), {40, 8, 0}), counts);
+  counts[10] = 0;
+  counts[0] = 1000;
+  EXPECT_EQ(counts_of(a, later(a, -40), {40, 8, 0}), counts);
+}
+
+// Each difference from -500 to 500 ps once, with halves away from zero: the middle bin of 8 ps has 7 of them, and 500
+// rounds to a bin outside.
+TEST(PairCounting, EveryDifferenceAroundZeroFallsIntoItsBin) {
+  Times a;
+  Times b;
+  for (std::int64_t i = 0; i <= 1000; ++i) {
+    a.push_back(2000 * i + i * i);
+    b.push_back(a.back() + i - 500);
+  }
+  Times counts(125, 8);
+  counts[62] = 7;
+  EXPECT_EQ(counts_of(a, b, {500, 8, 0}), counts);
+  EXPECT_EQ(counts_of(a, b, {500, 7, 0}), Times(143, 7));  // odd bins have no halves
+}
+
 }  // namespace

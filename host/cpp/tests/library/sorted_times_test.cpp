@@ -119,4 +119,29 @@ TEST(SortTimes, MergesAnyNumberOfRuns) {
   }
 }
 
+TEST(AscendingRuns, ATimeBelowAllOfItsRunBeginsTheRun) {
+  Times times = count_up(100);
+  times.insert(times.end(), {10, 11, 12, 5, 13, 4});
+  EXPECT_EQ(ascending_runs(times), (Runs{0, 100, 106}));
+  Times expected = count_up(100);
+  expected.insert(expected.end(), {4, 5, 10, 11, 12, 13});
+  EXPECT_EQ(times, expected);
+}
+
+TEST(SortTimes, SortsATimeThatIsLateByAnyNumberOfPlacesInEitherRun) {
+  for (std::size_t place = 0; place < 200; ++place) {
+    for (const std::size_t by : {1u, 31u, 32u, 33u, 60u}) {
+      Times times = count_up(100);
+      const Times again = count_up(100);
+      times.insert(times.end(), again.begin(), again.end());
+      if (place + by >= times.size()) continue;
+      std::rotate(times.begin() + static_cast<std::ptrdiff_t>(place),
+                  times.begin() + static_cast<std::ptrdiff_t>(place + 1),
+                  times.begin() + static_cast<std::ptrdiff_t>(place + by + 1));
+      expect_sorted(times);
+      if (HasFailure()) return;
+    }
+  }
+}
+
 }  // namespace

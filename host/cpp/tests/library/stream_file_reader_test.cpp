@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -233,6 +234,23 @@ TEST_F(StreamFileReaderTest, AFailedOpenCanBeFollowedByASuccessfulOne) {
   open(reader, R"({"stream_format":"raw64"})", ps_record(0, 1));
   EXPECT_EQ(reader.header_json(), R"({"stream_format":"raw64"})");
   EXPECT_THAT(reader.decode_next_tags(10, 100), ElementsAre(TimeTag{0, 1}));
+}
+
+/// A recording that goes on while it is read.
+TEST_F(StreamFileReaderTest, AFileThatGrowsAfterItsEndWasReadGoesOnBeingRead) {
+  const auto record = [this](const Bytes& bytes) {
+    std::ofstream(path_, std::ios::binary | std::ios::app)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  };
+  StreamFileReader reader;
+  open(reader, R"({"stream_format":"raw64"})", ps_record(0, 1));
+  EXPECT_THAT(reader.decode_next_tags(1, 100), ElementsAre(TimeTag{0, 1}));  // a read that met the end
+  record(ps_record(1, 2) + bytes({0x40, 0, 0}));
+  EXPECT_THAT(reader.decode_next_tags(1, 100), ElementsAre(TimeTag{1, 2}));
+  EXPECT_THAT(reader.decode_next_tags(1, 100), IsEmpty());
+  record(bytes({0, 0, 0, 0, 3}));  // the rest of a record
+  EXPECT_THAT(reader.decode_next_tags(1, 100), ElementsAre(TimeTag{2, 3}));
+  EXPECT_THAT(reader.decode_next_tags(1, 100), IsEmpty());
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/bytes.hpp"
 #include "support/stream_feeding.hpp"
@@ -16,7 +15,6 @@ namespace {
 
 using orvo::test::Bytes;
 using orvo::test::tag;
-using orvo::timing::ChannelTimes;
 using orvo::timing::StreamDecoder;
 using orvo::timing::StreamFileHeader;
 using orvo::timing::TagList;
@@ -71,31 +69,6 @@ TEST(TagSink, AListForgetsTheDiscardedChunkAlone) {
   list.add(2, 9);
   list.discard_chunk();
   EXPECT_THAT(tags, ElementsAre(tag(3, 7)));
-}
-
-TEST(ChannelTimes, ForgetsTheDiscardedChunkAlone) {
-  ChannelTimes times;
-  times.begin_chunk(2);
-  times.add(1, 7);
-  times.end_chunk();
-  times.begin_chunk(2);
-  times.add(1, 8);
-  times.add(0, 9);
-  times.discard_chunk();
-  EXPECT_THAT(times[1], ElementsAre(7));
-  EXPECT_EQ(times.total(), 1u);
-}
-
-TEST(ChannelTimes, LeavesOutTagsOfChannelsThatDoNotExist) {
-  ChannelTimes times;
-  times.begin_chunk(4);
-  times.add(4, 1);
-  times.add(255, 2);
-  times.add(0xFFFF'FFFF, 3);
-  times.add(3, 4);
-  times.end_chunk();
-  EXPECT_EQ(times.total(), 1u);
-  EXPECT_THAT(times[3], ElementsAre(4));
 }
 
 TEST(StreamDecoder, FeedDecodesInTheEncodingThatTheHeaderNames) {

@@ -64,4 +64,11 @@ TEST(Delta32Encoder, DecodesToTheSameTimesAcrossManyWrapsAndLongGaps) {
   }
 }
 
+TEST(Delta32Encoder, ATagExactlyAtTheWrapIsAcrossIt) {
+  EXPECT_EQ(encoded(Delta32Encoder(1000), {tag(0, kPeriodPs - 100), tag(0, kPeriodPs), tag(0, kPeriodPs + 7)}),
+            d32_base(14'315'125'997'468) + d32_event(0, 0) + d32_gap(0, 100 + kWrapStepPs) + d32_event(0, 7));
+  EXPECT_EQ(encoded(Delta32Encoder(1), {tag(0, kPeriodPs - 100), tag(0, kPeriodPs)}),
+            d32_base(14'315'125'997'468) + d32_event(0, 0) + d32_base(0) + d32_event(0, 0));
+}
+
 }  // namespace

@@ -32,13 +32,15 @@ class StreamFileReader {
   /// Position of the first payload byte in the file.
   std::uint64_t payload_offset() const { return payload_offset_; }
 
-  /// The next tags in stream order, at most `max_tags`; empty when the payload is exhausted. The payload is read
+  /// The next tags in stream order, at most `max_tags`; empty when the payload is exhausted. A file that grows after
+  /// its end was read goes on being read: the next call gives what has come since. The payload is read
   /// `max_bytes` at a time (0 counts as 1); where a read ends matters to the encodings that search for their framing.
   /// Throws `Error` when no file is open or it cannot be read.
   std::vector<TimeTag> decode_next_tags(std::uint64_t max_tags, std::uint64_t max_bytes);
 
   /// Decodes one read of at most `max_bytes` into `sink`, which may yield no tag. Returns
-  /// false when the payload is exhausted. Not to be mixed with `decode_next_tags` on one file. Throws as that does.
+  /// false when the payload is exhausted, for as long as the file does not grow. Not to be mixed with
+  /// `decode_next_tags` on one file. Throws as that does.
   template <TagSink Sink>
   bool decode_next_chunk(std::uint64_t max_bytes, Sink& sink);
   /// The same with an observer (see payload_observer.hpp), in place of the debug log.

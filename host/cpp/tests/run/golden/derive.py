@@ -4,13 +4,17 @@
 It shares nothing with the tool: every pair of events is compared with every other, sums are fractions, the square root
 is taken with 60 digits. Paths and the age of the input are left as @INPUT@, @PREFIX@ and @AGE@; the tests fill them in.
 
-    python3 derive.py        rewrites the files beside it
+    python3 derive.py          rewrites the files beside it
+    python3 derive.py --check  names those that differ; status 1 when any does
 """
+import sys
 from decimal import Decimal, getcontext
 from fractions import Fraction
 from pathlib import Path
 
 getcontext().prec = 60
+CHECK = sys.argv[1:] == ['--check']
+different = []
 
 
 def rounded_bin(difference, width):
@@ -156,7 +160,12 @@ def reports(name, tags, channels=(0, 1), reach=5000, width=8, offset=None, heade
         '.summary.txt': summary(tags, channels, centres, counts),
     }
     for suffix, lines in files.items():
-        (Path(__file__).parent / (name + suffix)).write_bytes(('\n'.join(lines) + '\n').encode())
+        path = Path(__file__).parent / (name + suffix)
+        content = ('\n'.join(lines) + '\n').encode()
+        if not CHECK:
+            path.write_bytes(content)
+        elif not path.is_file() or path.read_bytes() != content:
+            different.append(path.name)
 
 
 # The generated capture: channel 1 follows channel 0 by 160 ps, every 20 ns.
@@ -179,3 +188,6 @@ reports('one_bin', [ten, [t + 52 for t in ten], [], []], reach=4, width=8, offse
 
 # Bins of 10^17 ps, and an offset that moves the only pair three bins down.
 reports('vast', [[1000], [1160], [], []], reach=10**18, width=10**17, offset=3 * 10**17)
+
+if different:
+    sys.exit('not as derived: ' + ', '.join(different))
