@@ -450,6 +450,43 @@ def xcorr_stream():
     }
 
 
+def pair_statistics():
+    def counted(size, typical, expected, changes=(), unevenness=0):
+        """Bins of one count and expectation, but for (bin, mantissa, exponent)."""
+        scale = int(expected * 2**40) << 11
+        return (bytes([1 | unevenness << 1, size, typical]) + scale.to_bytes(8, "little")
+                + b"".join(bytes(change) for change in changes))
+
+    def tagged(window, a, b):
+        return b"\0" + b"".join(integer(value) for value in window) + times(*a) + times(*b)
+
+    peak = [(at, height, 0) for at, height in zip(range(90, 111), [20, 22, 26, 33, 45, 64, 90, 125, 160, 185, 195,
+                                                                   185, 160, 125, 90, 64, 45, 33, 26, 22, 20])]
+    teeth = [(at, 200, 0) for at in range(5, 200, 13)]
+    return {
+        "flat": counted(200, 20, 20),
+        "more_than_chance": counted(200, 40, 20),
+        "nothing_expected": counted(50, 3, 0),
+        "nothing_counted": counted(50, 0, 3),
+        "no_bins": counted(0, 1, 1),
+        "one_bin": counted(1, 9, 1),
+        "peak": counted(200, 20, 20, peak),
+        "dip": counted(200, 100, 100, [(at, 10, 0) for at in range(95, 105)]),
+        "cut": counted(200, 20, 20, [(at, height, 0) for at, (_, height, _) in enumerate(peak[10:])]),
+        "all_of_the_view": counted(21, 20, 20, [(at, height, 0) for at, (_, height, _) in enumerate(peak)]),
+        "in_one_bin": counted(101, 1, 1, [(50, 100, 0)]),
+        "counts_beyond_floats": counted(101, 1, 1, [(50, 255, 39), (51, 255, 39)]),
+        "comb": counted(200, 20, 35, teeth),
+        "missing_tooth": counted(200, 2, 20, teeth[:7] + teeth[8:]),
+        "high_tooth": counted(200, 2, 20, [*teeth, (96, 250, 5)]),
+        "bins_without_expectation": counted(200, 20, 20, peak, unevenness=3),
+        "empty_channel": tagged((5000, 50, 0), (), (1, 2)),
+        "equal_times": tagged((5000, 50, 0), (7, (60, 0)), (7, (60, 0))),
+        "pairs": tagged((5000, 50, 160), (0, (60, 1000)), (160, (60, 1000))),
+        "at_the_ends": tagged((1 << 62, 1 << 57, -(1 << 62)), (-(1 << 63), 0, (1 << 63) - 1), (-(1 << 63), (1 << 63) - 1)),
+    }
+
+
 def offset():
     def case(a, b, form=0):  # bits 0 to 4 allow a long list A
         return bytes([form]) + a + b
@@ -509,6 +546,7 @@ def main():
     seeds("packed_delta", packed_delta())
     seeds("histogram", histogram())
     seeds("offset", offset())
+    seeds("pair_statistics", pair_statistics())
     seeds("xcorr_stream", xcorr_stream())
     seeds("report_json", reports())
     seeds("report_svg", reports())
