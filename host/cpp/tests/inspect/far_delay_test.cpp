@@ -180,6 +180,11 @@ TEST(FarDelay, IsFoundWhenTheRatesDrift) {
   EXPECT_NEAR(found_delay_ps(recording, kSecondPs), 3.21e11, 20);
 }
 
+TEST(FarDelay, IsFoundInARecordingThatFillsTheGridAThousandTimes) {
+  const Recording recording = recorded({.seconds = 20, .share = 0.06, .delay_ps = -7.654321e9}, 8);
+  EXPECT_NEAR(found_delay_ps(recording, 1e10), -7.654321e9, 20);
+}
+
 TEST(FarDelay, OfAWidePeakIsFound) {
   const Recording recording = recorded({.share = 0.3, .delay_ps = 2e11, .jitter_ps = 2e8}, 3);  // seven bins
   EXPECT_NEAR(found_delay_ps(recording, kSecondPs), 2e11, 2e7);

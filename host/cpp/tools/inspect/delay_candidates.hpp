@@ -31,9 +31,9 @@ inline double expected_sigmas(double share, std::size_t bins) {
 
 /// A delay that is likelier than others.
 struct DelayCandidate {
-  double delay_ps = 0;  ///< the middle
-  double width_ps = 0;  ///< of the bins that stand out
-  double chance_per_ps = 0;
+  double delay_ps = 0;         ///< the middle
+  double width_ps = 0;         ///< of the bins that stand out
+  double chance_per_ps = 0;    ///< pairs by chance for each picosecond of delay
   LogProbability probability;  ///< of these bins by themselves
 };
 
@@ -49,7 +49,10 @@ struct DelayCandidates {
 class CandidateSearch {
  public:
   explicit CandidateSearch(const FoldedCorrelation& correlation)
-      : grid_(correlation.grid), bins_(correlation.pairs.size()), sums_(bins_ + 2 * kMargin + 1) {
+      : grid_(correlation.grid),
+        folds_(correlation.folds),
+        bins_(correlation.pairs.size()),
+        sums_(bins_ + 2 * kMargin + 1) {
     for (std::size_t i = 0; i < bins_ + 2 * kMargin; ++i)
       sums_[i + 1] = sums_[i] + std::round(correlation.pairs[(i + bins_ - kMargin % bins_) % bins_]);
     measure_noise();
@@ -154,7 +157,7 @@ class CandidateSearch {
 
   DelayCandidate described(const Place& place) const {
     const auto width = static_cast<double>(grid_.bin_ps);
-    return {grid_.delay_ps(place.middle), place.length * width, place.mean / width, {place.ln_p}};
+    return {grid_.delay_ps(place.middle), place.length * width, place.mean / width / folds_, {place.ln_p}};
   }
 
   /// The distance of which nearly all gaps between places are multiples.
@@ -183,6 +186,7 @@ class CandidateSearch {
   static constexpr std::size_t kMostSeparate = 512;
 
   FoldedGrid grid_;
+  double folds_;
   std::size_t bins_;
   std::vector<double> sums_;
   double excess_ = 1;

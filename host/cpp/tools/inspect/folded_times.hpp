@@ -50,6 +50,8 @@ class FoldedTimes {
     std::uint32_t& count = counts_[grid_.bin_of(time_ps)];
     count += count != std::numeric_limits<std::uint32_t>::max();
     ++tags_;
+    first_ps_ = std::min(first_ps_, time_ps);
+    last_ps_ = std::max(last_ps_, time_ps);
   }
   void add(std::span<const std::int64_t> times_ps) {
     for (const std::int64_t time_ps : times_ps) add(time_ps);
@@ -57,6 +59,8 @@ class FoldedTimes {
 
   const FoldedGrid& grid() const { return grid_; }
   double tags() const { return static_cast<double>(tags_); }
+  std::int64_t first_ps() const { return first_ps_; }
+  std::int64_t last_ps() const { return last_ps_; }
   Spectrum spectrum(const RealTransform& transform) const {
     const double mean = tags() / static_cast<double>(counts_.size());
     std::vector<float> values(counts_.size());
@@ -68,20 +72,25 @@ class FoldedTimes {
   FoldedGrid grid_;
   std::vector<std::uint32_t> counts_;
   std::uint64_t tags_ = 0;
+  std::int64_t first_ps_ = std::numeric_limits<std::int64_t>::max();
+  std::int64_t last_ps_ = std::numeric_limits<std::int64_t>::min();
 };
 
 /// What two channels give in all bins of delay.
 struct FoldedCorrelation {
   FoldedGrid grid;
   std::vector<float> pairs;  ///< of the bin's delay, and less and less of delays up to a bin away
-  double tags_a = 0;
-  double tags_b = 0;
+  double folds = 1;          ///< how many delays fall on each other, as the recording is longer than the grid
 };
 
 inline FoldedCorrelation folded_correlation(const FoldedTimes& a, Spectrum spectrum_a, const FoldedTimes& b,
                                             const Spectrum& spectrum_b, const RealTransform& transform) {
   for (std::size_t f = 0; f < spectrum_a.size(); ++f) spectrum_a[f] = std::conj(spectrum_a[f]) * spectrum_b[f];
-  FoldedCorrelation correlation{a.grid(), transform.inverse(spectrum_a), a.tags(), b.tags()};
+  FoldedCorrelation correlation{a.grid(), transform.inverse(spectrum_a), 1};
+  const double span_ps = static_cast<double>(std::max(a.last_ps(), b.last_ps())) -
+                         static_cast<double>(std::min(a.first_ps(), b.first_ps()));
+  const double grid_ps = static_cast<double>(a.grid().bins) * static_cast<double>(a.grid().bin_ps);
+  correlation.folds = std::max(span_ps / grid_ps, 1.0);
   const auto bins = static_cast<double>(correlation.pairs.size());
   const double mean = a.tags() * b.tags() / bins;
   for (float& pairs : correlation.pairs) pairs = static_cast<float>(std::max(pairs / bins + mean, 0.0));
