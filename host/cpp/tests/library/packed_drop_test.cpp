@@ -1,4 +1,19 @@
 // packed_delta: every reason to drop the lock, what it says, what it keeps and what it forgets.
+//
+//   reason                                  mode      held by
+//   record of an inactive channel           both      ARecordOfAnInactiveChannel, AnInactiveChannelWhatever...
+//   other channel in a sync sequence        both      AnotherChannelInsideASyncSequence, AnotherChannelsFlag...
+//   flag in a sync sequence                 both      AFlagInsideASyncSequence, ASyncStartInsideItsOwnSequence...
+//   anchor back by more than 10^6 ps        both      AnAnchorMoreThanAMicrosecondBack
+//   anchor at the channel's last time       both      AnAnchorAtTheSameTime
+//   anchor back by up to 10^6 ps            internal  AnAnchorALittleBackInInternalMode
+//   anchor ahead by more than 10^12 ps      internal  AnAnchorMoreThanASecondAheadInInternalMode
+//   difference of more than 10^12 ps        internal  ADifferenceOfMoreThanASecondInInternalMode
+//   tags of a call more than 8 to 1 apart   internal  packed_imbalance_test
+//
+// All of them once more where the fast path hands over: EveryReasonFarFromTheEndOfTheChunk. That the other mode, and
+// the other side of a limit, keep the lock: packed_anchor_test, packed_wrap_test, packed_imbalance_test. A search
+// that finds nothing drops nothing: packed_lock_test; what it rejects: packed_alignment_choice_test.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -189,6 +204,30 @@ TEST(PackedDrop, NamesTheDifferenceWithoutTheWrapStepThatWentFromIt) {
   decoder.pk_overflow[1] = 253'666'600;
   EXPECT_EQ(drop_of(decoder, records().data(1, 4097).bytes()).output,
             "packed-decoder: drop implausible delta ch=1 delta=1000000000001 prev=13315125997568 record=0\n");
+}
+
+TEST(PackedDrop, EveryReasonFarFromTheEndOfTheChunk) {
+  const auto output = [](const PackedSetup& setup, const PackedWriter& payload) {
+    PackedWriter far = payload;
+    return drop_of(running_decoder(setup, 1, 5'000'000), far.tail(1).bytes()).output;
+  };
+  EXPECT_EQ(output(kExternal, records().data(1, 2).sync_start(0).data(1, 3)),
+            "packed-decoder: drop sync channel mismatch ch=1 expected=0 record=2 chunks_left=4\n");
+  EXPECT_EQ(output(kExternal, records().data(1, 2).sync_start(1).overflow(1, 3)),
+            "packed-decoder: drop ovf in sync ch=1 record=2 chunks_left=4\n");
+  EXPECT_EQ(output(kExternal, records().anchor(1, 3'999'999)),
+            "packed-decoder: drop nonmonotonic sync ch=1 next=3999999 prev=5000000 record=5\n");
+  EXPECT_EQ(output(kExternal, records().anchor(1, 5'000'000)),
+            "packed-decoder: drop implausible sync delta ch=1 delta=0 next=5000000 prev=5000000 record=5\n");
+  EXPECT_EQ(output(kInternal, records().anchor(1, 4'999'999)),
+            "packed-decoder: drop implausible sync delta ch=1 delta=18446744073709551615 next=4999999 prev=5000000 "
+            "record=5\n");
+  EXPECT_EQ(output(kInternal, records().anchor(1, 1'000'005'000'001)),
+            "packed-decoder: drop implausible sync delta ch=1 delta=1000000000001 next=1000005000001 prev=5000000 "
+            "record=5\n");
+  // 1'000'000'000'001 = 122'070'312 * 2^13 + 4'097; an overflow record carries 8190 at most.
+  EXPECT_EQ(output(kInternal, records().gap(1, 1'000'000'000'001)),
+            "packed-decoder: drop implausible delta ch=1 delta=1000000000001 prev=5000000 record=14905\n");
 }
 
 TEST(PackedDrop, ConsumesTheOffendingRecordAndWhatIsBeforeItInWholeBytes) {
