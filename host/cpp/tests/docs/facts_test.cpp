@@ -59,6 +59,19 @@ TEST(Troubleshooting, HasEveryLineOfTheDebugLog) {
   for (const std::string& line : lines) EXPECT_NE(page.find('`' + line), page.npos) << line;
 }
 
+TEST(Robustness, SaysWhatEachFuzzTargetCompares) {
+  const std::string page = read_file(checkout() / "docs/robustness.md");
+  std::size_t seen = 0;
+  for (const auto& entry : fs::directory_iterator(checkout() / "host/cpp/fuzz")) {
+    const std::string name = entry.path().stem().string();
+    if (!name.starts_with("fuzz_")) continue;
+    const std::string target = name.substr(std::string_view("fuzz_").size());
+    EXPECT_NE(page.find("\n| `" + target + "` | "), page.npos) << target;
+    ++seen;
+  }
+  EXPECT_GT(seen, 10u);
+}
+
 /// The cells of a table row, without blanks and backquotes.
 std::vector<std::string> cells(const std::string& row) {
   std::vector<std::string> all;
