@@ -536,6 +536,28 @@ def reports():
     }
 
 
+def tag_encoder():
+    def tags(form, *steps, header=b"\x10\x01\x00\x8f", anchors=100):
+        return bytes([form]) + header + bytes([anchors]) + b"".join(bytes([code]) + number for code, number in steps)
+
+    second = integer(10**12)
+    busy = [(k % 4, integer(100 + 9 * k)) for k in range(60)]
+    return {
+        "raw64_ps": tags(0, *busy),
+        "raw64_wrap": tags(0, (0, integer(1431512599750)), (0, integer(7 * 10**12)), (0, integer(7 * 10**12))),
+        "raw64_raw_cf": tags(6, *[(k % 4, integer(3333 - 19)) for k in range(20)]),
+        "delta32": tags(1, *busy),
+        "delta32_long_gaps": tags(1, (0, second), (1, second), (0, integer(1078036791296)), (1, integer(3 << 41))),
+        "packed": tags(2, *busy),
+        "packed_late": tags(2, *busy, (0, integer(-1000)), (1, integer(2000)), (1, integer(-1500))),
+        "packed_anchors": tags(2, *busy, anchors=1),
+        "packed_internal": tags(2, *busy, header=b"\x10\x08\x00\x0f"),
+        "packed_late_start": tags(0xA2, (0x80, integer(6 * 10**12)), *busy),
+        "end_of_the_range": tags(0, (0x80, HIGHEST), (1, integer(-5)), (2, LOWEST)),
+        "no_such_channel": tags(1, (0, integer(1)), (0x3C, integer(1)), (0, integer(1))),
+    }
+
+
 def main():
     seeds("header_text", header_text())
     seeds("settings", settings())
@@ -548,6 +570,7 @@ def main():
     seeds("offset", offset())
     seeds("pair_statistics", pair_statistics())
     seeds("xcorr_stream", xcorr_stream())
+    seeds("tag_encoder", tag_encoder())
     seeds("report_json", reports())
     seeds("report_svg", reports())
     if different:

@@ -45,10 +45,4 @@ TEST(CoarseFineGrid, KeepsTheOrderAndMovesATimeByNineAtMost) {
   }
 }
 
-TEST(CoarseFineGrid, UsesCodesUpTo180) {
-  std::uint64_t largest = 0;
-  for (std::int64_t time = 0; time < 3334; ++time) largest = std::max(largest, CoarseFineGrid::split(time).fine);
-  EXPECT_EQ(largest, 180u);
-}
-
 }  // namespace

@@ -30,10 +30,10 @@ class Damage {
     write_garbage(settings_.front_garbage_bytes, write);
   }
 
-  /// Passes the next piece of the payload to `write(data, size)`, in one or more calls. Bits are flipped in place.
+  /// Passes the next piece of the payload to `write(data, size)`, in one or more calls.
   template <class Write>
-  void pass(std::span<std::uint8_t> payload, Write write) {
-    for (; next_flip_ < position_ + payload.size(); flip_next_stretch()) flip(payload[next_flip_ - position_]);
+  void pass(std::span<const std::uint8_t> payload, Write write) {
+    if (next_flip_ < position_ + payload.size()) payload = flipped(payload);
     if (garbage_at_ - position_ < payload.size()) {
       const auto before = static_cast<std::size_t>(garbage_at_ - position_);
       write(payload.data(), before);
@@ -52,6 +52,13 @@ class Damage {
 
  private:
   static constexpr std::uint64_t kNever = ~std::uint64_t{0};
+
+  /// A copy with the flips that are due in it.
+  std::span<const std::uint8_t> flipped(std::span<const std::uint8_t> payload) {
+    spoilt_.assign(payload.begin(), payload.end());
+    for (; next_flip_ < position_ + payload.size(); flip_next_stretch()) flip(spoilt_[next_flip_ - position_]);
+    return spoilt_;
+  }
 
   void flip(std::uint8_t& byte) {
     byte = static_cast<std::uint8_t>(byte ^ 1u << flip_random_.below(8));
@@ -82,6 +89,7 @@ class Damage {
   std::uint64_t stretch_ = 0;
   std::uint64_t next_flip_;
   std::uint64_t flipped_ = 0;
+  std::vector<std::uint8_t> spoilt_;
   std::uint64_t inserted_ = 0;
 };
 

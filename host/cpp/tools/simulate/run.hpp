@@ -9,18 +9,17 @@
 #include "common/command_line.hpp"
 #include "common/console.hpp"
 #include "common/progress.hpp"
+#include "orvo/timing/encoder_settings.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_file_header.hpp"
+#include "orvo/timing/tag_encoder.hpp"
 #include "simulate/capture_file.hpp"
 #include "simulate/damage.hpp"
-#include "simulate/delta32_encoder.hpp"
 #include "simulate/ground_truth.hpp"
 #include "simulate/options.hpp"
-#include "simulate/packed_encoder.hpp"
-#include "simulate/raw64_encoder.hpp"
 #include "simulate/settings_rules.hpp"
 #include "simulate/simulation.hpp"
-#include "simulate/start_check.hpp"
+#include "simulate/time_grid.hpp"
 
 namespace {
 
@@ -43,24 +42,26 @@ inline orvo::timing::StreamFileHeader header_for(const Settings& settings) {
   return header;
 }
 
+/// As the device encodes: every channel starts at what its clock reads.
+inline orvo::timing::EncoderSettings encoder_settings_for(const Settings& settings) {
+  return {.anchor_every = settings.anchor_every, .start_bit = settings.start_bit, .channel_axes = true};
+}
+
 /// Simulates, writes the capture, and prints what a verification should find. Failures are thrown.
-template <class Grid, class Encoder>
-void write_capture(const Settings& settings, Grid grid, Encoder encoder, Console& console) {
+template <class Grid>
+void write_capture(const Settings& settings, Grid grid, Console& console) {
   const orvo::timing::StreamFileHeader header = header_for(settings);
   CaptureFile file(settings.out, header);
   const auto write = [&file](const void* data, std::size_t size) { file.write(data, size); };
-  Simulation<Grid, Encoder> simulation(settings, grid, encoder);
-  StartCheck start(header);
+  Simulation<Grid> simulation(settings, grid, orvo::timing::TagEncoder(header, encoder_settings_for(settings)));
   Damage damage(settings);
   Progress progress(console.err, console.err_is_terminal, "simulating");
   damage.begin(write);
-  for (std::span<std::uint8_t> payload = simulation.next(); !payload.empty(); payload = simulation.next()) {
-    start.add(payload, simulation.first_decoded());
+  for (std::span<const std::uint8_t> payload = simulation.next(); !payload.empty(); payload = simulation.next()) {
     damage.pass(payload, write);
     progress.tell(simulation.progress());
   }
   const StoredCapture stored = simulation.stored();
-  if (stored.tags != 0) start.finish(simulation.first_decoded());
   file.complete(settings.damage.cut_tail_bytes);
   print_contents(console.out, settings, stored);
   if (active_channels_of(settings).size() > 1) print_correlation(console.out, settings, stored, grid.step_ps());
@@ -71,13 +72,12 @@ void write_capture(const Settings& settings, Grid grid, Encoder encoder, Console
 inline void write_capture(const Settings& settings, Console& console) {
   switch (settings.encoding) {
     case orvo::timing::StreamFormat::raw64:
-      if (settings.is_raw_cf())
-        return write_capture(settings, CoarseFineGrid{}, Raw64Encoder<CoarseFineWord>{}, console);
-      return write_capture(settings, PicosecondGrid{}, Raw64Encoder<PicosecondWord>{}, console);
+      if (settings.is_raw_cf()) return write_capture(settings, CoarseFineGrid{}, console);
+      return write_capture(settings, PicosecondGrid{}, console);
     case orvo::timing::StreamFormat::delta32:
-      return write_capture(settings, PicosecondGrid{}, Delta32Encoder(settings.anchor_every), console);
+      return write_capture(settings, PicosecondGrid{}, console);
     case orvo::timing::StreamFormat::packed_delta:
-      return write_capture(settings, QuantumGrid{settings.quantum_shift()}, PackedEncoder(settings), console);
+      return write_capture(settings, QuantumGrid{settings.quantum_shift()}, console);
   }
 }
 

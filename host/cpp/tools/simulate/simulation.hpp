@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "orvo/timing/byte_queue.hpp"
 #include "orvo/timing/error.hpp"
+#include "orvo/timing/tag_encoder.hpp"
 #include "orvo/timing/time_tag.hpp"
-#include "simulate/bit_writer.hpp"
 #include "simulate/coincidences.hpp"
 #include "simulate/detectors.hpp"
 #include "simulate/event_source.hpp"
@@ -47,15 +48,14 @@ struct StoredCapture {
 
 /// From the settings to encoded payload, in blocks of bounded size. A second thread draws and detects events; the
 /// caller's thread counts and encodes them.
-template <class Grid, class Encoder>
+template <class Grid>
 class Simulation {
  public:
-  Simulation(const Settings& settings, Grid grid, Encoder encoder)
+  Simulation(const Settings& settings, Grid grid, const orvo::timing::TagEncoder& encoder)
       : settings_(settings),
         end_ps_(settings.start_ps + settings.duration_ps.value_or(kLongestPs)),
         coincidences_(settings.pairs),
         encoder_(encoder),
-        payload_(Encoder::kMostBytesToStart + kBlockTags * Encoder::kMostBytesPerTag + BitWriter::kSlackBytes),
         tag_blocks_([source = EventSource(settings, end_ps_),
                      detectors = Detectors<Grid>(settings, grid)](std::vector<orvo::timing::TimeTag>& block) mutable {
           source.fill(block, kBlockTags);
@@ -65,16 +65,17 @@ class Simulation {
         }) {}
 
   /// The next piece of payload, valid until the next call; empty at the end.
-  std::span<std::uint8_t> next() {
+  std::span<const std::uint8_t> next() {
     while (!ended_) {
       ended_ = !tag_blocks_.next(tags_);
       if (ended_) tags_.clear();
       stop_at_last_tag();
       stored_.add(tags_);
       coincidences_.add(tags_);
-      std::uint8_t* end = encoder_.encode(tags_, payload_.data());
-      if (ended_) end = encoder_.finish(end);
-      if (end != payload_.data()) return {payload_.data(), end};
+      payload_.clear();
+      encoder_.encode(tags_, payload_);
+      if (ended_) encoder_.finish(payload_);
+      if (!payload_.empty()) return payload_.bytes();
     }
     return {};
   }
@@ -83,13 +84,8 @@ class Simulation {
   StoredCapture stored() {
     coincidences_.finish();
     stored_.coincidences = coincidences_.sums();
-    for (StoredChannel& channel : stored_.channels) channel.axis_ps = encoder_.axis_ps(channel.first_ps);
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) stored_.channels[c].axis_ps = encoder_.axis_ps(c);
     return stored_;
-  }
-
-  /// The first tag as it decodes.
-  orvo::timing::TimeTag first_decoded() const {
-    return {stored_.first.channel, stored_.first.time_ps + encoder_.axis_ps(stored_.first.time_ps)};
   }
 
   /// The part that is done, from 0 to 1.
@@ -117,8 +113,8 @@ class Simulation {
   Settings settings_;
   std::int64_t end_ps_;
   CoincidenceCounter coincidences_;
-  Encoder encoder_;
-  std::vector<std::uint8_t> payload_;
+  orvo::timing::TagEncoder encoder_;
+  orvo::timing::ByteQueue payload_;
   std::vector<orvo::timing::TimeTag> tags_;
   StoredCapture stored_;
   bool ended_ = false;

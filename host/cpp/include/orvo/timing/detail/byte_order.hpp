@@ -36,6 +36,17 @@ constexpr std::uint32_t load_le32(const std::uint8_t* p) {
   return std::uint32_t{p[3]} << 24 | std::uint32_t{p[2]} << 16 | std::uint32_t{p[1]} << 8 | std::uint32_t{p[0]};
 }
 
+/// Stores the word most significant byte first, and returns the byte after it.
+constexpr std::uint8_t* store_be32(std::uint8_t* at, std::uint32_t word) {
+  for (unsigned i = 0; i < 4; ++i) at[i] = static_cast<std::uint8_t>(word >> (24 - 8 * i));
+  return at + 4;
+}
+
+constexpr std::uint8_t* store_be64(std::uint8_t* at, std::uint64_t word) {
+  for (unsigned i = 0; i < 8; ++i) at[i] = static_cast<std::uint8_t>(word >> (56 - 8 * i));
+  return at + 8;
+}
+
 constexpr std::array<std::uint8_t, 4> le32_bytes(std::uint32_t value) {
   return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
           static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};

@@ -1,16 +1,19 @@
-#include "simulate/bit_writer.hpp"
+#include "orvo/timing/detail/bit_writer.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
 
-#include "simulate/random.hpp"
 #include "support/packed_payload.hpp"
+#include "support/random.hpp"
 
 namespace {
 
 using namespace orvo::test;
+using orvo::timing::detail::BitWriter;
+using orvo::timing::detail::store_be32;
+using orvo::timing::detail::store_be64;
 
 TEST(ByteStores, PutTheMostSignificantByteFirst) {
   Bytes bytes(12);
@@ -57,7 +60,7 @@ TEST(BitWriter, WritesWhatIsWrittenBitByBit) {
   PackedWriter plain(16);
   while (bits.at() < bytes.data() + 9'990) {
     const auto width = static_cast<unsigned>(1 + random.below(BitWriter::kMostBits));
-    const std::uint64_t value = random.next() >> (64 - width);
+    const std::uint64_t value = random.bits() >> (64 - width);
     bits.put(value, width);
     plain.bits(value, width);
   }

@@ -1,10 +1,14 @@
-#include "simulate/truncated_clock.hpp"
+#include "orvo/timing/detail/truncated_clock.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace {
+
+using orvo::timing::detail::ChannelClock;
+using orvo::timing::detail::TruncatedClock;
 
 constexpr std::uint64_t kPeriodPs = 14'315'125'997'568;  // 3333 * 2^32
 constexpr std::uint64_t kModulusPs = 2'199'023'255'552;  // 2^41
@@ -32,27 +36,32 @@ TEST(TruncatedClock, OfEightPicosecondsOutlastsTheDevicePeriod) {
 
 ChannelClock started(const TruncatedClock& clock, std::uint64_t time_ps) {
   ChannelClock channel;
-  channel.advance(clock, time_ps);
+  channel.start(time_ps, clock.reading_ps(time_ps) - time_ps);
   return channel;
 }
 
-TEST(ChannelClock, StartsFromTheReading) {
+std::optional<std::uint64_t> difference_ps(const ChannelClock& channel, const TruncatedClock& clock,
+                                           std::uint64_t time_ps) {
+  return channel.difference_ps(clock, time_ps, [](std::uint64_t) { return true; });
+}
+
+TEST(ChannelClock, CountsOnFromTheReading) {
   const TruncatedClock clock(0);
-  EXPECT_EQ(ChannelClock().base_ps(clock, kModulusPs + 77), 77u);
+  EXPECT_EQ(started(clock, kModulusPs + 77).decoded_ps(kModulusPs + 80), 80u);
 }
 
 TEST(ChannelClock, StoresGapsAsTheyAre) {
   const TruncatedClock clock(0);
-  EXPECT_EQ(started(clock, 1000).difference_ps(clock, 1500), 500u);
-  EXPECT_EQ(started(clock, kModulusPs - 10).difference_ps(clock, kModulusPs + 10), 20u);
+  EXPECT_EQ(difference_ps(started(clock, 1000), clock, 1500), 500u);
+  EXPECT_EQ(difference_ps(started(clock, kModulusPs - 10), clock, kModulusPs + 10), 20u);
 }
 
 TEST(ChannelClock, StoresAGapAcrossTheDevicesWrapOneStepTooLong) {
   const TruncatedClock clock(0);
   const ChannelClock channel = started(clock, kPeriodPs - 100);
-  EXPECT_EQ(channel.difference_ps(clock, kPeriodPs - 1), 99u);
-  EXPECT_EQ(channel.difference_ps(clock, kPeriodPs), 100u + kStepPs);
-  EXPECT_EQ(channel.difference_ps(clock, kPeriodPs + 5000), 5100u + kStepPs);
+  EXPECT_EQ(difference_ps(channel, clock, kPeriodPs - 1), 99u);
+  EXPECT_EQ(difference_ps(channel, clock, kPeriodPs), 100u + kStepPs);
+  EXPECT_EQ(difference_ps(channel, clock, kPeriodPs + 5000), 5100u + kStepPs);
 }
 
 // A decoder that started at 13.2 s counts from 13.2 s - 6 * 2^41 ps. There it cannot see the wrap, and takes a
@@ -60,31 +69,31 @@ TEST(ChannelClock, StoresAGapAcrossTheDevicesWrapOneStepTooLong) {
 TEST(ChannelClock, LeavesTheStepOutWhereADecoderWouldNotKnowIt) {
   const TruncatedClock clock(0);
   const ChannelClock late = started(clock, kPeriodPs - 100);
-  EXPECT_EQ(late.difference_ps(clock, kPeriodPs - 100 + 10'000'000'000), 10'000'000'000u + kStepPs);
-  EXPECT_EQ(late.difference_ps(clock, kPeriodPs - 100 + 10'000'000'001), 10'000'000'001u);
+  EXPECT_EQ(difference_ps(late, clock, kPeriodPs - 100 + 10'000'000'000), 10'000'000'000u + kStepPs);
+  EXPECT_EQ(difference_ps(late, clock, kPeriodPs - 100 + 10'000'000'001), 10'000'000'001u);
   ChannelClock early = started(clock, 5);  // counts device time itself
-  early.advance(clock, kPeriodPs - 100);
-  EXPECT_EQ(early.difference_ps(clock, kPeriodPs - 100 + 10'000'000'001), 10'000'000'001u + kStepPs);
+  early.advance(kPeriodPs - 100);
+  EXPECT_EQ(difference_ps(early, clock, kPeriodPs - 100 + 10'000'000'001), 10'000'000'001u + kStepPs);
 }
 
 TEST(ChannelClock, KnowsEveryWrap) {
   const TruncatedClock clock(0);
   ChannelClock channel = started(clock, 5 * kPeriodPs - 10);
   EXPECT_EQ(channel.wrap_ps(), 5 * kPeriodPs);
-  EXPECT_EQ(channel.difference_ps(clock, 5 * kPeriodPs + 10), 20u + kStepPs);
-  channel.advance(clock, 5 * kPeriodPs + 10);
+  EXPECT_EQ(difference_ps(channel, clock, 5 * kPeriodPs + 10), 20u + kStepPs);
+  channel.advance(5 * kPeriodPs + 10);
   EXPECT_EQ(channel.wrap_ps(), 6 * kPeriodPs);
-  EXPECT_EQ(channel.difference_ps(clock, 5 * kPeriodPs + 30), 20u);
+  EXPECT_EQ(difference_ps(channel, clock, 5 * kPeriodPs + 30), 20u);
 }
 
 TEST(ChannelClock, StoresTheReadingAsABaseUpToTheSecondWrap) {
   const TruncatedClock clock(0);
   ChannelClock channel = started(clock, 1000);
-  channel.advance(clock, kPeriodPs - 10);
+  channel.advance(kPeriodPs - 10);
   EXPECT_EQ(channel.base_ps(clock, kPeriodPs + 10), 10u);
-  channel.advance(clock, kPeriodPs + 10);
+  channel.advance(kPeriodPs + 10);
   EXPECT_EQ(channel.base_ps(clock, kPeriodPs + 90), 90u) << "one step ahead of the decoder, which knows it";
-  channel.advance(clock, 2 * kPeriodPs - 10);
+  channel.advance(2 * kPeriodPs - 10);
   EXPECT_EQ(channel.base_ps(clock, 2 * kPeriodPs + 10), (2 * kPeriodPs + 10) % kModulusPs)
       << "two steps ahead: unknown to any decoder";
 }
@@ -94,9 +103,23 @@ TEST(ChannelClock, OfALongClockStoresTheDeviceTimeAsABaseForever) {
   ChannelClock channel = started(clock, kPeriodPs - 80);
   for (std::uint64_t lap = 1; lap < 5; ++lap) {
     EXPECT_EQ(channel.base_ps(clock, lap * kPeriodPs + 80), 80u);
-    EXPECT_EQ(channel.difference_ps(clock, lap * kPeriodPs + 80), 160 + clock.wrap_step_ps());
-    channel.advance(clock, (lap + 1) * kPeriodPs - 80);
+    EXPECT_EQ(difference_ps(channel, clock, lap * kPeriodPs + 80), 160 + clock.wrap_step_ps());
+    channel.advance((lap + 1) * kPeriodPs - 80);
   }
+}
+
+// 10 ms more than the wrap step reads as 10 ms with the wrap in them, and one step longer as what it is.
+TEST(ChannelClock, HasNoDifferenceForASilenceThatReadsAsAWrap) {
+  const TruncatedClock clock(0);
+  EXPECT_EQ(difference_ps(started(clock, 0), clock, kStepPs + 1), std::nullopt);
+  EXPECT_EQ(difference_ps(started(clock, 0), clock, kStepPs + 10'000'000'000), std::nullopt);
+  EXPECT_EQ(difference_ps(started(clock, 0), clock, kStepPs + 10'000'000'001), kStepPs + 10'000'000'001);
+}
+
+TEST(ChannelClock, HasNoBaseForWhatLiesTooFarAhead) {
+  const TruncatedClock clock(0);
+  EXPECT_EQ(started(clock, 0).base_ps(clock, kModulusPs - 1), kModulusPs - 1);
+  EXPECT_EQ(started(clock, 0).base_ps(clock, kModulusPs), std::nullopt);
 }
 
 }  // namespace

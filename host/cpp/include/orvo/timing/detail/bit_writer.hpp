@@ -1,21 +1,20 @@
 #pragma once
-// Part of vq_simulate_stream_file: file-local throughout.
 #include <cstddef>
 #include <cstdint>
 
-#include "simulate/byte_stores.hpp"
+#include "orvo/timing/detail/byte_order.hpp"
 
-namespace {
+namespace orvo::timing::detail {
 
 /// A stream of bits, most significant first, stored where `move_to` points. Up to 7 bits wait for their byte to fill.
 class BitWriter {
  public:
-  /// Bytes behind those written that `put` may overwrite.
+  /// Bytes after those written that `put` may overwrite.
   static constexpr std::size_t kSlackBytes = 8;
   static constexpr unsigned kMostBits = 56;
 
   void move_to(std::uint8_t* at) { at_ = at; }
-  /// Behind the last full byte.
+  /// After the last full byte.
   std::uint8_t* at() const { return at_; }
   /// Bits that wait for their byte to fill, 0 to 7.
   unsigned waiting() const { return bits_; }
@@ -36,4 +35,4 @@ class BitWriter {
   unsigned bits_ = 0;
 };
 
-}  // namespace
+}  // namespace orvo::timing::detail
