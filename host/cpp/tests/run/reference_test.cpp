@@ -78,8 +78,11 @@ RunOutcome expected_outcome(const RunPlan& plan, const std::string& console, std
   return outcome;
 }
 
+/// Tags that runs reported, by encoding.
+using Reported = std::array<std::uint64_t, 3>;
+
 /// Lays the plan out, runs the tool and holds everything it leaves against the reference.
-void compare_run(const RunPlan& plan, const fs::path& cwd) {
+void compare_run(const RunPlan& plan, const fs::path& cwd, Reported& reported) {
   lay_out(plan, cwd);
   const FileTree before = files_below(cwd);
   const std::int64_t started_ns = now_ns();
@@ -88,6 +91,7 @@ void compare_run(const RunPlan& plan, const fs::path& cwd) {
   const RunOutcome expected = expected_outcome(plan, actual.out, started_ns, now_ns());
   ASSERT_EQ(seen(actual.exit_status, actual.out, actual.err), seen(expected.exit_status, expected.out, expected.err));
   compare_files(files_below(cwd), expected_files(expected, before));
+  reported[static_cast<std::size_t>(expected.found.header.stream_format)] += expected.found.decoded_tags;
 }
 
 std::string told(const RunPlan& plan) {
@@ -97,19 +101,22 @@ std::string told(const RunPlan& plan) {
 }
 
 TEST(ToolAgainstReference, RunsOnRandomCaptures) {
+  Reported reported{};
   for (const std::uint64_t seed : seeds(300)) {
     const TempDirectory cwd;
     RunPlan plan = random_plan(seed, cwd.path(), now_ns());
     plan.settings.output_root = kOutputRoot.string();
     SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + told(plan));
-    compare_run(plan, cwd.path());
+    compare_run(plan, cwd.path(), reported);
     if (HasFatalFailure()) break;
   }
+  for (const std::uint64_t tags : reported) EXPECT_GT(tags, 1000u) << "of one encoding";
   fs::remove_all(kProductRoot);
 }
 
 /// More tags than one call hands out and more payload than one read takes, few of them on the correlated channels.
 TEST(ToolAgainstReference, RunsOnLongCaptures) {
+  Reported reported{};
   for (const std::uint64_t seed : seeds(4)) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     const TempDirectory cwd;
@@ -130,7 +137,7 @@ TEST(ToolAgainstReference, RunsOnLongCaptures) {
     plan.settings.output_root = kOutputRoot.string();
     plan.arguments = {"long.tagcap", "--range=20000000", "--bin=100000", "--out-prefix=long",
                       "--max-tags=" + std::to_string(plan.settings.max_tags)};
-    compare_run(plan, cwd.path());
+    compare_run(plan, cwd.path(), reported);
     if (HasFatalFailure()) break;
   }
   fs::remove_all(kProductRoot);
