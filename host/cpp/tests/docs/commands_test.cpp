@@ -1,5 +1,5 @@
-// Every command that the documentation shows is typed, page by page, in a directory that looks like a checkout, and
-// answers as shown. Simulated captures come from the pages themselves.
+// Runs every command that the documentation shows, page by page, in a directory that looks like a checkout, and
+// compares what it prints with the page. Simulated captures come from the pages themselves.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -53,7 +53,7 @@ class Commands : public ProductRoot, public testing::WithParamInterface<std::str
     return false;
   }
 
-  /// Writes what stands in a block into a file outside the session.
+  /// Writes a text to a file outside the session, and returns its path.
   std::string written(const std::string& text) const {
     write_file(cwd() / "text", text);
     return (cwd() / "text").string();
@@ -73,7 +73,7 @@ class Commands : public ProductRoot, public testing::WithParamInterface<std::str
     }
   }
 
-  /// The steps of all blocks that are to be run and can be.
+  /// The steps of all blocks that should be run and can be.
   std::vector<Step> runnable_steps(const Page& page) {
     std::vector<Step> steps;
     for (const Block& block : page.blocks) {
@@ -95,7 +95,7 @@ class Commands : public ProductRoot, public testing::WithParamInterface<std::str
     }
   }
 
-  /// A picture that the commands of its page make is what they make.
+  /// A picture on a page is the one that the commands of the page make, if they make one of that name.
   void expect_pictures(const Page& page) {
     for (const Link& link : page.links) {
       const fs::path shown = page.path.parent_path() / link.target;
@@ -123,7 +123,7 @@ std::string test_name(const testing::TestParamInfo<std::string>& page) {
 
 INSTANTIATE_TEST_SUITE_P(Pages, Commands, testing::ValuesIn(page_names()), test_name);
 
-// So that no block goes by unseen.
+// So that no block is overlooked.
 TEST(Blocks, AreOfLanguagesThatTheTestsKnow) {
   constexpr std::array<std::string_view, 10> kKnown{"console", "sh",   "python", "cpp",  "cmake",
                                                     "ini",     "json", "hex",    "tags", "text"};

@@ -1,4 +1,4 @@
-// Names and texts that the documentation repeats: they are those of the sources.
+// Names and texts that the documentation repeats are those of the sources.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

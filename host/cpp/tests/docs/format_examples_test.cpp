@@ -1,4 +1,4 @@
-// The worked examples of the format page: a header, bytes and the tags that they are, all three read from the page.
+// The worked examples on the format page: header, bytes and the tags they decode to, all three read from the page.
 #include <gtest/gtest.h>
 
 #include <cstdint>

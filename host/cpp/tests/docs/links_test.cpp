@@ -1,4 +1,4 @@
-// What the documentation points at exists.
+// What the documentation refers to exists.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -48,7 +48,7 @@ TEST(Links, ReachEveryPageFromTheReadme) {
   for (const std::string& name : all_page_names()) EXPECT_EQ(linked.count(checkout() / name), 1u) << name;
 }
 
-/// A word of code that names a file or directory of the checkout. "*", NAME and what is made later are none.
+/// True for a word of code that names a file or directory of the checkout, without "*" or a placeholder such as NAME.
 bool is_path(std::string_view word) {
   constexpr std::array<std::string_view, 11> kTops{"host/",  "docs/",  "scripts/", "cmake/",      "examples/", ".ci/",
                                                    "tests/", "tools/", "fuzz/",    "benchmarks/", "include/"};

@@ -1,5 +1,5 @@
 #pragma once
-// A page of the documentation, as far as tests look into it: fenced blocks, links, headings, code words.
+// A page of the documentation, as far as tests look at it: fenced blocks, links, headings, code words.
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
@@ -44,7 +44,7 @@ struct Page {
   std::string at(std::size_t line) const { return path.filename().string() + ":" + std::to_string(line); }
 };
 
-/// The name by which links reach a heading: lower case, blanks as hyphens, no punctuation.
+/// The name that links use for a heading: lower case, hyphens for blanks, no punctuation.
 inline std::string anchor_of(std::string_view heading) {
   std::string anchor;
   for (const char c : heading) {
@@ -97,7 +97,7 @@ class PageReader {
       const std::size_t title = line.find_first_not_of("# ");
       if (title != line.npos) page_.anchors.push_back(anchor_of(line.substr(title)));
     }
-    std::string words;  // the line without its code, in which brackets mean nothing
+    std::string words;  // the line without its code, where brackets mean nothing
     for (std::size_t at = 0; at < line.size();) {
       const std::size_t open = std::min(line.find('`', at), line.size());
       words += line.substr(at, open - at);

@@ -1,12 +1,12 @@
 #pragma once
 // What a reader of a page does, from top to bottom, in one shell:
 //
-//   ```console    lines that begin with "$ " are typed, and "> " continues one; the rest is what comes back
+//   ```console    lines that begin with "$ " are typed, "> " continues one; the rest is what they print
 //   ```sh         typed as a whole
 //
-// A block of any language whose first line (behind a "#!" line) is a comment that holds a file name and nothing else
-// is that file. The word "unrun" behind the language keeps a block from being run, "needs=NAME" makes that depend on
-// a command or Python module of that name.
+// A block of any language whose first line (after a "#!" line) is a comment with nothing but a file name is that
+// file. The word "unrun" after the language keeps a block from being run, "needs=NAME" makes that depend on a command
+// or Python module of that name.
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -18,14 +18,14 @@
 
 namespace orvo::test {
 
-/// Something typed, or a file made.
+/// A command to type, or a file to make.
 struct Step {
   std::size_t line = 0;
   std::string command;
-  std::optional<std::string> shown;  // nothing: whatever it writes
+  std::optional<std::string> shown;  // `nullopt`: whatever it prints
 };
 
-/// The file that a block is; empty if it is none.
+/// The name of the file that a block is; empty if it is not one.
 inline std::string file_name_of(const Block& block) {
   const std::size_t start = block.text.starts_with("#!") ? block.text.find('\n') + 1 : 0;
   const std::string first = block.text.substr(start, block.text.find('\n', start) - start);
@@ -60,7 +60,7 @@ inline std::vector<Step> console_steps(const Block& block) {
   return steps;
 }
 
-/// What a block asks to be done; nothing for those that only show something.
+/// What a block asks to be done; no steps if it only shows something.
 inline std::vector<Step> steps_of(const Block& block) {
   if (const std::string name = file_name_of(block); !name.empty()) return {file_step(block, name)};
   if (block.language == "console") return console_steps(block);
@@ -68,7 +68,7 @@ inline std::vector<Step> steps_of(const Block& block) {
   return {};
 }
 
-/// The names behind "needs=".
+/// The names after "needs=".
 inline std::vector<std::string> needs_of(const Block& block) {
   constexpr std::string_view kNeeds = "needs=";
   std::vector<std::string> names;
@@ -80,7 +80,7 @@ inline std::vector<std::string> needs_of(const Block& block) {
 
 /// How a step went.
 struct Outcome {
-  int status = -1;  // -1: the shell did not get there
+  int status = -1;  // -1: the shell never got there
   std::string output;
 };
 
@@ -88,7 +88,7 @@ constexpr std::string_view kEndOfStep =
     "\x1e"
     "end of step ";
 
-/// One script of all steps. Each sees the status of the one before as "$?".
+/// One script of all steps. Each sees the status of the previous one as "$?".
 inline std::string script_of(const std::vector<Step>& steps) {
   std::string script = "exec 2>&1\nstep_status=0\n";
   for (const Step& step : steps) {

@@ -1,4 +1,4 @@
-// The machinery behind commands_test: that it sees what is wrong.
+// The machinery of commands_test notices what is wrong.
 #include "docs/session.hpp"
 
 #include <gtest/gtest.h>
@@ -69,7 +69,7 @@ TEST(Steps, AreCommandsFilesAndNothingElse) {
   EXPECT_EQ(file_name_of(block("sh", "# only prose\n")), "");
 }
 
-/// What is complained about, step by step.
+/// The complaint about each step; empty if there is none.
 std::vector<std::string> complaints(const std::vector<Step>& steps) {
   const TempDirectory directory;
   write_file(directory / "script", script_of(steps));

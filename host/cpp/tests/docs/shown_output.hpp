@@ -1,5 +1,5 @@
 #pragma once
-// Output as a page shows it: "..." stands for any text inside a line, and for any lines where it is a line.
+// Output as a page shows it: "..." stands for any text within a line or, as a line of its own, for any lines.
 #include <cstddef>
 #include <span>
 #include <sstream>

@@ -146,7 +146,7 @@ TEST(RecordingOf, AChannelThatStartsLateStartsAMeanGapBeforeItsFirstTag) {
   EXPECT_DOUBLE_EQ(recording.b.begin_ps, 4980);
   EXPECT_DOUBLE_EQ(recording.b.end_ps, 7020);
   EXPECT_NEAR(recording.a.end_ps, 10'000 + 10'000.0 / 1100, 1e-9);
-  const std::vector<std::int64_t> few(b.begin(), b.begin() + 19);  // too few to tell
+  const std::vector<std::int64_t> few(b.begin(), b.begin() + 19);  // too few to judge
   EXPECT_LT(recording_of(a, few).b.begin_ps, 0);
 }
 

@@ -30,7 +30,7 @@ using Tags = std::vector<TimeTag>;
 
 constexpr const char* kReadFailed = "StreamFileReader: payload read failed (code -2)";
 
-/// From now on, reading the open file of this path fails: its descriptor is made one of a directory.
+/// Makes reading the open file of this path fail: its descriptor becomes that of a directory.
 void break_descriptor_of(const std::string& path) {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code ignored;
@@ -63,7 +63,7 @@ class DecodeNextTags : public testing::Test {
   StreamFileReader reader_;
 };
 
-// Seven tags among stray bytes, and a record that is cut short.
+// Seven tags among stray bytes, and a record that is cut off.
 const Bytes kMixedPayload = bytes({0xDE, 0xAD, 0xBE}) + ps_record(0, 10'000) + ps_record(1, 10'160) +
                             bytes({0xFF, 0xFF, 0xFF, 0xFF, 0xFF}) + ps_record(2, 14'315'125'997'000) +
                             ps_record(2, 9) + bytes({0x9F}) + ps_record(3, 77) + ps_record(0, 9'999) +
@@ -142,7 +142,7 @@ TEST_F(DecodeNextTags, ResultHasRoomForTheTagsAskedFor) {
 
 TEST_F(DecodeNextTags, AFormatOutsideTheEnumerationDecodesNothing) {
   open(kMixedPayload);
-  // No header text reads as such a number, so it is put in by force.
+  // No header text reads as such a number, so it is set directly.
   const_cast<StreamFileHeader&>(reader_.header()).stream_format = static_cast<StreamFormat>(7);
   EXPECT_THAT(reader_.decode_next_tags(10, 16), IsEmpty());
   EXPECT_THAT(reader_.decode_next_tags(10, 16), IsEmpty());

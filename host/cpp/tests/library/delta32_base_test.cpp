@@ -81,7 +81,7 @@ TEST(Delta32Base, TakesTheHighBitsOfTheLastTime) {
 }
 
 TEST(Delta32Base, GoesOnePeriodUpWhenMoreThanHalfAPeriodBehind) {
-  // The last time is 5 * 2^41 + 2^40 + 1, so a base of 0 lies half a period and 1 ps behind.
+  // The last time is 5 * 2^41 + 2^40 + 1, so a base of 0 is half a period and 1 ps before it.
   EXPECT_THAT(rebased(12'094'627'905'537, 0), ElementsAre(tag(1, 13'194'139'533'312)));  // 6 * 2^41
   // 50 ps before the end of a period: a base of 100 is 150 ps ahead.
   EXPECT_THAT(rebased(2'199'023'255'502, 100), ElementsAre(tag(1, 2'199'023'255'652)));

@@ -108,7 +108,7 @@ TEST(Delta32File, SyncLostInOneReadIsFoundAgainInALaterOne) {
 TEST(Delta32File, AFrameAcrossTheEndOfAReadDecodesAtEverySplit) {
   const Bytes frame = d32_base(50'000'000) + d32_event(2, 9);
   for (std::size_t head = 0; head <= frame.size(); ++head) {
-    // Whole words up to the frame: the base that opens the file, then foreign control words that mean nothing.
+    // Whole words up to the frame: the base that opens the file, then control words without meaning.
     Bytes payload = Bytes((kRead - head) % 4, 0x55) + d32_base(1000) + d32_event(1, 5);
     const Bytes filler = d32_word({.control = 1, .channel = 3, .type = 5, .payload = 1});
     payload += repeated(filler, (kRead - head - payload.size()) / 4);

@@ -1,4 +1,4 @@
-// delta32: which words each framing state takes, and what the others cost.
+// delta32: which words each framing state accepts, and what the others cost.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using orvo::timing::StreamDecoder;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The same words once more as bytes, so that no builder proves itself right.
+// The same words again as bytes, so that no builder confirms itself.
 const Bytes kSync = bytes({0xEB, 0x5A, 0x55, 0xAA});
 const Bytes kBaseLow1000 = bytes({0xAA, 0x00, 0x03, 0xE8});
 const Bytes kBaseHigh0 = bytes({0xCA, 0x00, 0x00, 0x00});

@@ -1,4 +1,4 @@
-// delta32 on payloads of no meaning: no exception, no undefined behaviour, bounded memory.
+// delta32 on meaningless payloads: no exception, no undefined behaviour, bounded memory.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -16,7 +16,7 @@ using orvo::timing::StreamDecoder;
 
 enum class Stray { words, bytes };
 
-/// Words of every kind, mostly in an order that makes sense; now and then a foreign word, or stray bytes.
+/// Words of every kind, mostly in an order that makes sense; now and then an unknown word, or stray bytes.
 Bytes delta32_words(Random& random, std::size_t count, Stray stray) {
   Bytes payload;
   for (std::size_t i = 0; i < count; ++i) {
@@ -65,7 +65,7 @@ TEST(Delta32Robustness, TakesAnyWordsInAnyChunks) {
 }
 
 TEST(Delta32Robustness, GivesTheSameTagsByteByByte) {
-  // With stray bytes it need not: a sync word that begins inside an offending word counts only where a chunk ends
+  // With stray bytes it need not: a sync word that begins inside an offending word counts only if a chunk ends
   // between the two.
   Random random(7);
   for (int round = 0; round < 60; ++round) {

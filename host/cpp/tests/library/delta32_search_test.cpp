@@ -79,7 +79,7 @@ TEST(Delta32Search, ResumesBehindTheOffendingWord) {
   const Bytes overlapping = bytes({0x00, 0x00, 0x00, 0xEB, 0x5A, 0x55, 0xAA, 0x00});
   EXPECT_THAT(decode(kFrame + overlapping + d32_base_low(2000) + d32_base_high(0) + d32_event(2, 7)),
               ElementsAre(tag(1, 1005)));
-  // The word directly behind it counts.
+  // The word directly after it counts.
   EXPECT_THAT(decode(kFrame + bytes({0, 0, 0, 0}) + d32_base(2000) + d32_event(2, 7)),
               ElementsAre(tag(1, 1005), tag(2, 2007)));
 }
@@ -110,7 +110,7 @@ TEST(Delta32Search, FindsAnUnalignedSyncWordAfterALoss) {
 }
 
 TEST(Delta32Search, AnUnalignedSyncWordWhileFramedIsNoSyncWord) {
-  // One byte late: 00 EB 5A 55 loses sync, and AA.. carries on without one.
+  // One byte late: 00 EB 5A 55 loses sync, and AA.. continues without one.
   EXPECT_THAT(decode(kFrame + bytes({0x00}) + kFrame + bytes({0x00, 0x00, 0x00})), ElementsAre(tag(1, 1005)));
 }
 

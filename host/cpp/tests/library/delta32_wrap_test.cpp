@@ -102,7 +102,7 @@ TEST(Delta32ChainWrap, ADeltaUpToTheWrapStepStays) {
 
 TEST(Delta32ChainWrap, ADeltaOfWAnd5000PsCountsAs5000Ps) {
   EXPECT_THAT(after(1'000'000, 1'078'036'796'296), ElementsAre(tag(1, 1'005'000)));
-  // The same once more as bytes: 32128 units, then 5000 ps.
+  // The same again as bytes: 32128 units, then 5000 ps.
   StreamDecoder decoder = running_at(1'000'000);
   const Bytes words = bytes({0x8A, 0x00, 0x7D, 0x80, 0x34, 0x00, 0x13, 0x88});
   EXPECT_THAT(feed(decoder, words), ElementsAre(tag(1, 1'005'000)));

@@ -17,7 +17,7 @@ struct RuntimeErrorAndOneNumber : std::runtime_error {
 static_assert(std::is_base_of_v<std::runtime_error, Error>);
 static_assert(std::is_convertible_v<const Error*, const std::runtime_error*>, "the base is public and single");
 static_assert(std::is_same_v<decltype(Error::code), std::int32_t>);
-static_assert(sizeof(Error) == sizeof(RuntimeErrorAndOneNumber), "nothing beside the code is added");
+static_assert(sizeof(Error) == sizeof(RuntimeErrorAndOneNumber), "nothing but the code is added");
 static_assert(std::has_virtual_destructor_v<Error>);
 
 TEST(Error, CarriesTheMessageAndTheCode) {

@@ -74,12 +74,12 @@ std::int64_t estimate(std::size_t events, std::size_t stride, std::size_t sample
     a.push_back(static_cast<std::int64_t>(i) * 1'000'000);
     b.push_back(a.back() + (!sampled ? elsewhere : i / stride < near ? 1 : 5));
   }
-  std::rotate(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(events / 3), a.end());  // the order is no matter
+  std::rotate(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(events / 3), a.end());  // the order does not matter
   return estimate_offset_ps(a, b);
 }
 
 // Exactly half of the samples (rounded down) are 1, so rank k / 2 is the first 5; one more 1 and it is the last 1.
-// Any sample too many, too few or at another place tips one of the two.
+// Any sample too many, too few or elsewhere changes one of the two.
 void expect_samples(std::size_t events, std::size_t stride, std::size_t samples) {
   EXPECT_EQ(estimate(events, stride, samples, samples / 2, 1), 5) << events << " events";
   EXPECT_EQ(estimate(events, stride, samples, samples / 2 + 1, 5), 1) << events << " events";

@@ -47,7 +47,7 @@ Bytes data(unsigned channel, std::size_t count) {
 
 /// Two streams in one buffer: `whole` on bit 0, and after it `half`, four bits late. On the other's bits each one
 /// reads as records of channel 0 and overflows, so the first alignment counts one record of channel 0 for each of
-/// `half`, except for its sync starts (if channel 0 is synced), and the second alignment passes `whole` over.
+/// `half`, except for its sync starts (if channel 0 is synced), and the second alignment skips `whole`.
 Bytes interleaved(const Bytes& whole, const Bytes& half) {
   PackedWriter payload(5);
   for (const std::uint8_t byte : whole) payload.bits(byte, 8);
@@ -126,7 +126,7 @@ TEST(PackedAlignmentChoice, ABalancedCandidateIsTakenWhateverWasRejected) {
   EXPECT_EQ(output, "");
 }
 
-// Of several that qualify.
+// Which of several that qualify is taken.
 
 TEST(PackedAlignmentChoice, MoreSyncedChannelsComeFirst) {
   // 2 synced with a total of over 30 against 3 synced with a total of 3.

@@ -1,4 +1,4 @@
-// packed_delta alignment: what a trial decode takes, what sets it back, and where it then starts.
+// packed_delta alignment: what a trial accepts, what resets it, and where it then starts.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -40,7 +40,7 @@ PackedAlignment probe_two(const PackedWriter& payload) {
   return probe(kTwoChannels, payload.bytes());
 }
 
-/// What the search counted from the start of `payload`, as the rejected candidate's line tells it; channels 0 and 1.
+/// What the search counted from the start of `payload`, as the line of the rejected candidate says; channels 0 and 1.
 std::string counted(const PackedWriter& payload) {
   const PackedSetup setup = {.mode = StreamMode::internal, .channel_mask = 0x3, .delta_bits = 5};
   return debug_output_of([&] { EXPECT_EQ(probe(setup, payload.bytes()), kNotFound); });
@@ -190,7 +190,7 @@ TEST(PackedAlignment, CountsAnewBehindASetback) {
 }
 
 TEST(PackedAlignment, ASyncStartOfAnotherChannelInsideASequenceStartsNothing) {
-  // Found by the trial that begins with channel 0's start: the one before it is set back there, and its sequence with it.
+  // Found by the trial that begins with channel 0's start: the one before it is reset there, with its sequence.
   EXPECT_EQ(probe_two(records().sync_start(1).anchor(0, 0).anchor(1, 0)), at(1, 0));
 }
 

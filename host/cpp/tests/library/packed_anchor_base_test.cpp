@@ -1,4 +1,4 @@
-// packed_delta anchors: the base a sync sequence gives, placed near the time its channel has.
+// packed_delta anchors: the base that a sync sequence gives, placed near the time of its channel.
 //
 //   quantum    modulus of a base               wrap step
 //   1 ps       2^41 = 2'199'023'255'552        1'078'036'791'296
@@ -86,7 +86,7 @@ TEST(PackedAnchorBase, ANegativeReferenceIsZero) {
 }
 
 TEST(PackedAnchorBase, GoesOneModulusUpWhenMoreThanHalfOfItBehind) {
-  EXPECT_EQ(base_near(12'094'627'905'536, 1, 0), 10'995'116'277'760u);  // 5 * 2^41, half behind exactly
+  EXPECT_EQ(base_near(12'094'627'905'536, 1, 0), 10'995'116'277'760u);  // 5 * 2^41, exactly half before it
   EXPECT_EQ(base_near(12'094'627'905'537, 1, 0), 13'194'139'533'312u);  // 6 * 2^41
   EXPECT_EQ(base_near(15'393'162'788'864, 2, 0), 13'194'139'533'312u);  // 3 * 2^42
   EXPECT_EQ(base_near(15'393'162'788'865, 2, 0), 17'592'186'044'416u);  // 4 * 2^42

@@ -1,4 +1,4 @@
-// packed_delta anchors: the record that sets a channel's time, and which times are believed.
+// packed_delta anchors: the record that sets a channel's time, and which times are accepted.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -125,7 +125,7 @@ TEST(PackedAnchor, IsComparedWithNegativeTimesAsTheyAre) {
 }
 
 TEST(PackedAnchor, TheLastTagAloneIsAReferenceButNoBound) {
-  // Half a modulus behind the last tag is placed there, and nothing compares the two.
+  // Half a modulus before the last tag is placed there, and nothing compares the two.
   for (const StreamMode mode : kBothModes) {
     StreamDecoder decoder = locked_decoder({.mode = mode});
     decoder.pk_emitted_time[1] = 10'995'116'278'760;  // 5 * 2^41 + 1000

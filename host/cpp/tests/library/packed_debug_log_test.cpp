@@ -91,7 +91,7 @@ TEST(PackedDebugLog, ALockDropDoesNotResetTheCount) {
 }
 
 TEST(PackedDebugLog, EveryKindOfLineSharesTheCount) {
-  // In the order: no alignment, rejected, locked, inactive.
+  // In this order: no alignment, rejected, locked, inactive.
   StreamDecoder decoder = packed_decoder({.mode = StreamMode::internal, .channel_mask = 0x3, .delta_bits = 5});
   const auto line_from = [&](std::uint64_t written, const Bytes& chunk) {
     decoder.pk_debug_lines = written;
@@ -121,7 +121,7 @@ TEST(PackedDebugLog, ASearchThatIsRejectedAndTooLongSaysBoth) {
 }
 
 TEST(PackedDebugLog, ALockAndItsDropMaySpeakInOneCall) {
-  // The search lets a sync sequence start anew on its own channel, the decoder does not.
+  // The search lets a sync sequence start over on its own channel, the decoder does not.
   StreamDecoder decoder = one_channel();
   const Bytes payload = PackedWriter(5).sync_start(0).anchor(0, 900).bytes();
   EXPECT_EQ(debug_output_of([&] { EXPECT_TRUE(feed(decoder, payload).empty()); }),

@@ -11,7 +11,7 @@
 //   difference of more than 10^12 ps        internal  ADifferenceOfMoreThanASecondInInternalMode
 //   tags of a call more than 8 to 1 apart   internal  packed_imbalance_test
 //
-// All of them once more where the fast path hands over: EveryReasonFarFromTheEndOfTheChunk. That the other mode, and
+// All of them again where the fast path hands over: EveryReasonFarFromTheEndOfTheChunk. That the other mode, and
 // the other side of a limit, keep the lock: packed_anchor_test, packed_wrap_test, packed_imbalance_test. A search
 // that finds nothing drops nothing: packed_lock_test; what it rejects: packed_alignment_choice_test.
 #include <gmock/gmock.h>
@@ -38,7 +38,7 @@ struct Drop {
   Bytes left;
 };
 
-/// Feeds `payload`, which must cost `decoder` its lock, with the debug log on. Channel 2 has something to forget.
+/// Feeds `payload`, which must cost `decoder` its lock, with the debug log on. Channel 2 has state to be forgotten.
 Drop drop_of(StreamDecoder decoder, const Bytes& payload) {
   Drop drop;
   decoder.pk_last_time[2] = 1;

@@ -97,7 +97,7 @@ TEST(PackedFile, ADropOnTheFirstRecordOfAReadWaitsForTheNext) {
 }
 
 TEST(PackedFile, EveryReadEndsAtItsOwnDrop) {
-  // Both drops lie in the first read; the second read comes to the second of them, the third goes on.
+  // Both drops are in the first read; the second read reaches the second of them, the third continues.
   const Bytes payload = anchor(1000) + steps(100'000) + kInactive + anchor(5'000'000) + steps(100'000) + kInactive +
                         anchor(9'000'000) + steps(2'000'000);
   expect_same(read_capture(kOneChannel8Bits, payload),
@@ -109,7 +109,7 @@ TEST(PackedFile, EveryReadEndsAtItsOwnDrop) {
 }
 
 TEST(PackedFile, ASearchThatFindsNothingKeepsTheLast4096BytesOfARead) {
-  // Behind the drop, the sequence at byte 1'000'000 lies beyond the reach of the second read's search and is trimmed
+  // After the drop, the sequence at byte 1'000'000 is beyond the reach of the second read's search and is trimmed
   // with all but 4096 bytes. The one 2000 bytes before the end of that read is left for the third.
   Bytes payload = anchor(1000) + steps(899'989) + kInactive;
   payload += steps(1'000'000 - payload.size()) + anchor(4'000'000);

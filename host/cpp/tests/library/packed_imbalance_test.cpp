@@ -26,7 +26,7 @@ StreamDecoder running(StreamMode mode, unsigned channel_mask) {
   return decoder;
 }
 
-/// That many records 1 ps after the channel's last, channel by channel.
+/// That many records, each 1 ps after the channel's last, channel by channel.
 Bytes records(std::array<std::size_t, 4> counts) {
   return Bytes(counts[0], 0x01) + Bytes(counts[1], 0x41) + Bytes(counts[2], 0x81) + Bytes(counts[3], 0xC1);
 }
@@ -103,7 +103,7 @@ TEST(PackedImbalance, IsJudgedPerCall) {
   StreamDecoder decoder = running(StreamMode::internal, 0x3);
   for (int call = 0; call < 4; ++call) EXPECT_THAT(feed(decoder, records({4095, 0, 0, 0})), SizeIs(4095));
   EXPECT_TRUE(decoder.packed_locked);
-  // As many tags in one call go, although the next call would have brought those of channel 1.
+  // All tags of the call are discarded, although the next call would have brought those of channel 1.
   EXPECT_THAT(feed(decoder, records({4096, 0, 0, 0})), IsEmpty());
   EXPECT_FALSE(decoder.packed_locked);
   EXPECT_THAT(feed(decoder, records({0, 4000, 0, 0})), IsEmpty());

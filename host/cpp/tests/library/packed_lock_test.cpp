@@ -87,7 +87,7 @@ TEST(PackedLock, SaysWhereItLocked) {
 }
 
 TEST(PackedLock, HarmlessBitsBeforeTheStreamAreRecordsToo) {
-  // 29 zero bits end in a data record of 19, which counts nowhere.
+  // 29 zero bits end in a data record of 19 bits, which does not count.
   StreamDecoder decoder = packed_decoder({.channel_mask = 0x1});
   const Bytes payload = PackedWriter(16).zeros(29).anchor(0, 1000).bytes();
   EXPECT_EQ(debug_output_of([&] { EXPECT_THAT(feed(decoder, payload), ElementsAre(tag(0, 1000))); }),
@@ -114,7 +114,7 @@ TEST(PackedLock, ADropLeavesTheRestToTheNextCall) {
 }
 
 TEST(PackedLock, TheSearchPassesOverARecordThatWouldDropTheLock) {
-  // Nothing before the record of channel 1 is decoded: the lock is taken behind it.
+  // Nothing before the record of channel 1 is decoded: the lock starts after it.
   StreamDecoder decoder = waiting();
   const Bytes second = PackedWriter(5).anchor(0, 5000).data(0, 1).bytes();
   EXPECT_THAT(feed(decoder, PackedWriter(5).anchor(0, 900).data(0, 2).data(1, 0).bytes() + second),
@@ -126,7 +126,7 @@ TEST(PackedLock, ADropCostsTheTimesOfAllChannels) {
   StreamDecoder decoder = packed_decoder({.channel_mask = 0x7, .delta_bits = 5});
   feed(decoder, PackedWriter(5).anchor(0, 10).anchor(1, 20).anchor(2, 30).bytes());
   EXPECT_THAT(feed(decoder, PackedWriter(5).data(2, 1).data(3, 0).bytes()), ElementsAre(tag(2, 31)));
-  // Two channels anew; the third waits for its own sequence.
+  // Two channels have new anchors; the third waits for its own sequence.
   const Bytes anew =
       PackedWriter(5).anchor(0, 40).anchor(1, 50).data(2, 1).data(0, 1).anchor(2, 60).data(2, 2).bytes();
   EXPECT_THAT(feed(decoder, anew), ElementsAre(tag(0, 40), tag(1, 50), tag(0, 41), tag(2, 60), tag(2, 62)));

@@ -1,4 +1,4 @@
-// packed_delta records: fields of every width, quanta, overflow, and widths that are none.
+// packed_delta records: fields of every width, quanta, overflow, and impossible widths.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// packed_delta on payloads of no meaning: no exception, no undefined behaviour, bounded memory.
+// packed_delta on meaningless payloads: no exception, no undefined behaviour, bounded memory.
 #include <gtest/gtest.h>
 
 #include <cstddef>

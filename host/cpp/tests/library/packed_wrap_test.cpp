@@ -81,7 +81,7 @@ TEST(PackedBackwardStep, OfMoreThanAMicrosecondIsAForwardDifference) {
 TEST(PackedBackwardStep, BeyondTheModulusIsAForwardDifference) {
   EXPECT_THAT(external_after(1, 0, 2'199'023'255'553), ElementsAre(tag(1, 2'199'023'255'553)));
   EXPECT_THAT(internal_after(1, 0, 2'199'023'255'553), IsEmpty());
-  // From 8 ps the rest of the wrap step is a whole device period, which the difference keeps.
+  // With quanta of 8 ps and more, what is left of the wrap step is a whole device period, which the difference keeps.
   EXPECT_THAT(external_after(8, 0, 2'199'023'255'553), ElementsAre(tag(1, 14'315'125'997'576)));
 }
 

@@ -168,7 +168,7 @@ TEST(PairCounting, PulsesOnBothChannels) {
   EXPECT_EQ(counts_of(later(a, 30), a, {50, 8, 0}), counts);
 }
 
-// B events 40 ps behind every thousandth tick of a clock, and so 60 ps in front of the tick after it.
+// B events 40 ps after every thousandth tick of a clock, and so 60 ps before the next tick.
 TEST(PairCounting, AClockAgainstRareEvents) {
   const Times a = clock(0, 100, 300'000);
   const Times b = later(clock(1000, 100'000, 299), 40);
@@ -206,11 +206,11 @@ TEST(InterleavedPairCounter, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
       window, detail::DelayBinning<std::uint64_t>(window, counts.size()), slots);
   const auto counted = static_cast<std::int64_t>(lanes.count(a, a));
   slots.flush();
-  EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end in front of the last four
+  EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end before the last four
   Times expected(51);
   // 200 ps are 25 bins; 100 ps are 12 and a half, and round to 13.
   for (const std::size_t bin : {0u, 12u, 25u, 38u, 50u}) expected[bin] = counted;
-  expected[0] -= 2;  // nothing lies in front of the first pulses
+  expected[0] -= 2;  // there is nothing before the first pulses
   expected[12] -= 1;
   EXPECT_EQ(counts, expected);
 }

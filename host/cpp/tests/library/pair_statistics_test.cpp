@@ -45,7 +45,7 @@ Channels two_detectors(int pairs, int alone, double delay_ps, double sigma_ps, s
   return channels;
 }
 
-/// Whether every number that can be told is one.
+/// Whether every number that can be printed is finite.
 bool is_finite(const PairStatistics& statistics) {
   const auto& judgement = statistics.judgement;
   std::vector<double> numbers{judgement.background.level, judgement.background.error};
@@ -133,7 +133,7 @@ TEST(PairStatistics, ADipInABlinkingBackgroundIsMeasuredAgainstWhatSurroundsIt) 
   const PairStatistics statistics = pair_statistics(channels.a, channels.b, {20'000, 51, 0});
   EXPECT_EQ(statistics.judgement.verdict, PairVerdict::peak);
   EXPECT_NEAR(statistics.judgement.peak->pairs.value, 10'000, 4 * 110);
-  // Segments are longer than the stretches: the measured level tells what they miss.
+  // Segments are longer than the stretches: the measured level shows what they miss.
   const double level = statistics.judgement.background.level * statistics.bins.expected[10] / 51;
   EXPECT_NEAR(level, 210'000.0 * 210'000.0 / (kSecondPs / 2), 0.1 * level);
 }

@@ -1,4 +1,4 @@
-// Accounting of a payload: every byte in one class, every loss told when it ends.
+// Accounting of a payload: every byte in one class, every loss reported when it ends.
 #include "orvo/timing/payload_account.hpp"
 
 #include <gmock/gmock.h>
@@ -133,7 +133,7 @@ TEST(PayloadAccount, CountsDelta32WordsByWhatTheyWere) {
   EXPECT_EQ(capture.account.lost(), LossTally{});
 }
 
-/// A frame with one event, a word that costs the sync, litter, and a frame again.
+/// A frame with one event, a word that costs the sync, garbage, and another frame.
 std::vector<PayloadLoss> losses_of(const Bytes& frame, const Bytes& breaking) {
   Accounted capture = delta32();
   capture.feed(frame + breaking + bytes({1, 2, 3, 4, 5}) + d32_base(9'000) + d32_event(0, 0)).finish();

@@ -1,5 +1,5 @@
-// Words of raw64 are looked at in blocks. Long quiet streams, in which now and then something happens that a block
-// must not overlook, beside the reference.
+// Words of raw64 are looked at in blocks. Long quiet streams in which now and then something happens that a block
+// must not overlook, compared with the reference.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -54,7 +54,7 @@ TEST(Raw64Blocks, QuietStreamsWithAnEventNowAndThen) {
         case 0:  // somewhere else
           count = random.below(period);
           break;
-        case 1:  // a step back that is just a wrap, or just none
+        case 1:  // a step back that is just a wrap, or just not
           count = (count + period - period / 2 - random.below(3) + 1) % period;
           break;
         case 2:  // one bit wrong
@@ -75,8 +75,8 @@ TEST(Raw64Blocks, QuietStreamsWithAnEventNowAndThen) {
   }
 }
 
-// Channel 3 speaks once, late in the period; a whole period later than it seems it speaks again. In between, channel
-// 0 fills blocks.
+// Channel 3 clicks once, late in the period, and again a whole period later than it seems. In between, channel 0
+// fills blocks.
 TEST(Raw64Blocks, AChannelThatWasSilentForLong) {
   Bytes payload;
   payload += ps_record(3, kPeriodPs - 1);

@@ -80,7 +80,7 @@ TEST(AscendingRuns, TimesLateByAFewPlacesGoToTheirs) {
   for (std::size_t i = 0; i + 8 < times.size(); i += 20) std::swap(times[i], times[i + 8]);
   EXPECT_EQ(ascending_runs(times), (Runs{0, 10'000}));
   EXPECT_EQ(times, count_up(10'000));
-  times[100] = 1'000'000;  // one time that went astray
+  times[100] = 1'000'000;  // one stray time
   EXPECT_EQ(ascending_runs(times), (Runs{0, 10'000}));
   EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
 }

@@ -1,4 +1,4 @@
-// The writer's buffer of one mebibyte, and what becomes of it on a device that is full.
+// The writer's buffer of one mebibyte, and what happens to it on a full device.
 #include <gtest/gtest.h>
 
 #include <cstdint>

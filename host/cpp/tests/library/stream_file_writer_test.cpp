@@ -200,7 +200,7 @@ TEST_F(StreamFileWriterTest, CloseCompletesTheFileOnce) {
   EXPECT_EQ(std::filesystem::file_size(path_), 379u);
 }
 
-// /dev/full takes every byte into its buffer's care and refuses it when that is written out.
+// Bytes for /dev/full go into the buffer and are refused when the buffer is written out.
 TEST_F(StreamFileWriterTest, CloseTellsThatTheDiskIsFullAndTheDestructorDoesNot) {
   StreamFileWriter writer;
   writer.open("/dev/full", dated_header());

@@ -1,4 +1,5 @@
-// Captures that cannot be opened or are cut short: the run announces itself, then fails and leaves no report.
+// Captures that cannot be opened or are cut short: the run prints what it reads and writes, then fails and leaves no
+// report.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>

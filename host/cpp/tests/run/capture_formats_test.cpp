@@ -26,7 +26,7 @@ class CaptureFormats : public ProductRoot {
     EXPECT_EQ(result.exit_status, 0);
     return read_file(cwd() / "o.json");
   }
-  // Lines 3 to 8 of the JSON report: what it says of the header, and how many tags were decoded.
+  // Lines 3 to 8 of the JSON report: what it says about the header, and how many tags were decoded.
   std::string header_lines(std::string_view header, const Bytes& payload = {}) {
     const std::string json = json_of(capture_bytes(header, payload));
     const auto from = json.find("  \"stream_format\"");
@@ -107,7 +107,7 @@ TEST_F(CaptureFormats, Raw64SkipsWhatIsNoRecordByteByByte) {
 
 TEST_F(CaptureFormats, Raw64UnwrapsDeviceTime) {
   // Channel 0 passes the end of the device period between its two tags: 1000 ps before, 500 ps after. The one tag of
-  // channel 1, 840 ps before the end, is near to both.
+  // channel 1, 840 ps before the end, is near both.
   constexpr std::uint64_t kPeriod = 14'315'125'997'568;
   const Bytes payload = ps_record(0, kPeriod - 1000) + ps_record(1, kPeriod - 840) + ps_record(0, 500);
   EXPECT_THAT(json_of(raw64_capture(payload), {"c.tagcap", "--offset=0"}), HasSubstr("\"total_coincidences\":2,"));

@@ -1,5 +1,5 @@
-// What a file of n bytes may cost at the most, whatever is in it: processor time and memory grow with n and no
-// faster. The files are those that hurt most; docs/robustness.md has the figures.
+// What a file of n bytes may cost at most, whatever it contains: processor time and memory grow in proportion to n.
+// The files are the most expensive ones known; docs/robustness.md has the figures.
 //
 // ORVO_CEILING_MIB sets their size (4, and 1 under sanitizers); with ORVO_CEILING_REPORT set, each figure is printed.
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ std::int64_t file_mib() {
   return kUnderAddressSanitizer ? 1 : 4;
 }
 
-/// What each byte of a file may cost, on top of what any run may.
+/// What each byte of a file may cost, on top of what any run may cost.
 struct Cost {
   double seconds_per_mib;
   double bytes_per_byte;
@@ -39,7 +39,7 @@ constexpr Cost kDelta32{0.02, 3};
 constexpr Cost kPacked{0.4, 20};
 constexpr double kSecondsAtAnySize = 0.2;
 constexpr double kBytesAtAnySize = 16 * kMiB;
-/// Other work on the machine; a tool built without optimisation, under the sanitizers.
+/// Allows for other work on the machine, and for a tool built without optimisation under the sanitizers.
 constexpr double kPatience = kUnderAddressSanitizer ? 100 : 5;
 
 class Ceilings : public ProductRoot {
@@ -47,7 +47,7 @@ class Ceilings : public ProductRoot {
   fs::path capture() const { return cwd() / "c.tagcap"; }
   static std::int64_t capture_bytes_wanted() { return file_mib() * kMiB; }
 
-  /// The test must stay small itself: the kernel counts what it holds in with the program it starts.
+  /// The test itself must stay small: the kernel counts its memory as that of the program it starts.
   void write_capture(const std::string& header, const Pieces& pieces) const {
     std::ofstream out(capture(), std::ios::binary);
     const auto append = [&out](const Bytes& part) {
@@ -59,7 +59,7 @@ class Ceilings : public ProductRoot {
     fs::resize_file(capture(), static_cast<std::uintmax_t>(capture_bytes_wanted()));
   }
 
-  /// A run with settings that count next to no pairs.
+  /// A run with settings that count hardly any pairs.
   void check(const std::string& name, const Cost& ceiling, int exit_status) const {
     const auto tool = [this](const std::vector<std::string>& arguments) {
       return measured_run(ORVO_TEST_TOOL, arguments, cwd(), 3600);
@@ -104,12 +104,12 @@ TEST_F(Ceilings, AHeaderLongerThanItsFile) {
 }
 
 TEST_F(Ceilings, AHeaderAsLongAsItsFile) {
-  for (const auto& [name, unit] : std::vector<std::pair<std::string, std::string>>{
-           {"quotes", "\""},
-           {"backslashes", "\\"},
-           {"almost keys", "\"mod"},
-           {"keys without colons", "\"mode\"\"quantum_ps\""},
-           {"one value without end", "9"}}) {
+  for (const auto& [name, unit] :
+       std::vector<std::pair<std::string, std::string>>{{"quotes", "\""},
+                                                        {"backslashes", "\\"},
+                                                        {"almost keys", "\"mod"},
+                                                        {"keys without colons", "\"mode\"\"quantum_ps\""},
+                                                        {"one value without end", "9"}}) {
     write_capture(R"({"stream_format":"raw64","application":")", repeated(text_bytes(unit)));
     std::fstream file(capture(), std::ios::in | std::ios::out | std::ios::binary);
     file.seekp(8);
@@ -119,8 +119,14 @@ TEST_F(Ceilings, AHeaderAsLongAsItsFile) {
   }
 }
 
-TEST_F(Ceilings, Raw64) { check_all(hostile_raw64(), kRaw64); }
-TEST_F(Ceilings, Delta32) { check_all(hostile_delta32(), kDelta32); }
-TEST_F(Ceilings, PackedDelta) { check_all(hostile_packed(file_mib()), kPacked); }
+TEST_F(Ceilings, Raw64) {
+  check_all(hostile_raw64(), kRaw64);
+}
+TEST_F(Ceilings, Delta32) {
+  check_all(hostile_delta32(), kDelta32);
+}
+TEST_F(Ceilings, PackedDelta) {
+  check_all(hostile_packed(file_mib()), kPacked);
+}
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A capture that changes while it is read, and one that is only read.
+// A capture that changes while it is read; and a capture that must not be changed by being read.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -24,7 +24,7 @@ using namespace orvo::test;
 
 constexpr std::uintmax_t kGapBytes = 128 << 20;
 
-/// Where a process stands in a file that it has open; 0 when it has not.
+/// The position of a process in a file that it has open; 0 if it has not opened it.
 std::uint64_t position_in(pid_t process, const fs::path& file) {
   const fs::path proc = "/proc/" + std::to_string(process);
   std::error_code error;
@@ -43,7 +43,7 @@ class ChangingInput : public ProductRoot {
  protected:
   fs::path capture() const { return cwd() / "c.tagcap"; }
 
-  /// Two tags, a gap that holds none and takes no disk space, two tags.
+  /// Two tags, a gap without tags that takes no disk space, two tags.
   void write_capture() const {
     const Bytes pair = cf_record(0, 1000, 0) + cf_record(1, 1001, 180);
     write_file(capture(), capture_bytes(raw64_header("raw_cf"), pair));
@@ -52,8 +52,8 @@ class ChangingInput : public ProductRoot {
     out.write(reinterpret_cast<const char*>(pair.data()), static_cast<std::streamsize>(pair.size()));
   }
 
-  /// Runs the tool and does something to the capture when the tool is amid the gap; exit status 126 when it never
-  /// was.
+  /// Runs the tool and does something to the capture while the tool is within the gap; exit status 126 if it was
+  /// never seen there.
   int run_and(const std::function<void()>& change) const {
     for (int attempt = 0; attempt < 20; ++attempt) {
       write_capture();
@@ -126,7 +126,7 @@ TEST_F(ChangingInput, ACaptureThatGrowsIsReadToItsNewEnd) {
   EXPECT_THAT(read_file(cwd() / "r.summary.txt"), testing::HasSubstr("\ndecoded_tags=5\n"));
 }
 
-/// All that a run could change about a file, and when it changed anything last.
+/// Everything that a run could change about a file, and the time of the last change.
 std::string state_of(const fs::path& path) {
   struct stat status = {};
   EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;

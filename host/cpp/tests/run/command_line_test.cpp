@@ -1,5 +1,5 @@
-// Positional arguments and flags, and their rules for each other: the positional scan steps over what follows a flag,
-// the search for a flag looks at every argument.
+// Positional arguments and flags, and how they interact: the positional scan skips what follows a flag, the search
+// for a flag looks at every argument.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -32,7 +32,7 @@ class CommandLine : public ProductRoot {
     return values;
   }
 
-  // A run that names an input that does not exist, and so shows which one it took.
+  // A run whose input does not exist: its message shows which one it took.
   std::string taken_input(std::vector<std::string> arguments) {
     arguments.push_back("--out-prefix=o");
     return seen(verify(std::move(arguments)));
@@ -98,7 +98,7 @@ TEST_F(CommandLine, OneDashMakesNoFlag) {
 }
 
 TEST_F(CommandLine, AFlagIsFoundEvenWhereThePositionalScanSteppedOverIt) {
-  // "--bin" is the value of "--foo" to one, a flag to the other; so "4" is the input file and the bin width.
+  // "--bin" is the value of "--foo" for one scan and a flag for the other, so "4" is both input file and bin width.
   const ProgramResult result = verify({"--foo", "--bin", "4", "--out-prefix=o"});
   EXPECT_EQ(seen(result), not_there("4"));
   write_file(cwd() / "4", pairs_capture());

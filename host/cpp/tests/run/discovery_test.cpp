@@ -1,4 +1,4 @@
-// Without a configured input the newest capture below the three capture directories is taken.
+// Without a configured input the tool takes the newest capture below the three capture directories.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -13,7 +13,7 @@ using namespace orvo::test;
 
 class Discovery : public ProductRoot {
  protected:
-  // Any content will do: the run names its input before it opens it, and fails on it.
+  // The content does not matter: the run prints its input before it opens it, and then fails.
   fs::path capture(const fs::path& path, std::int64_t modified_s, long modified_ns = 0) {
     write_file(path, std::string("?"));
     EXPECT_TRUE(set_modified(path, modified_s, modified_ns));

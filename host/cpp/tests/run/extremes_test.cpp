@@ -1,4 +1,4 @@
-// Settings at the ends of 64 bits give what unbounded integers would, or the standard library's own failure.
+// Settings at the limits of 64 bits give what unbounded integers would give, or the standard library's own failure.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ class Extremes : public ProductRoot {
                           const std::string& bin, const std::string& offset) {
     return verify({"c.tagcap", a, b, "--range=" + range, "--bin=" + bin, "--offset=" + offset, "--out-prefix=o"});
   }
-  // The CSV of a run that must succeed.
+  // The CSV report of a run that must succeed.
   std::string csv(const std::string& a, const std::string& b, const std::string& range, const std::string& bin,
                   const std::string& offset) {
     const ProgramResult result = correlate(a, b, range, bin, offset);
@@ -123,7 +123,7 @@ TEST_F(Extremes, DifferencesNearTheEndsRoundAsUnboundedIntegers) {
 }
 
 TEST_F(Extremes, CentresBeyondTheRangeHarmNothing) {
-  // Five bins of 2^62; the highest centre, 2^63, is no 64-bit number.
+  // Five bins of 2^62; the highest centre, 2^63, does not fit 64 bits.
   const std::string bins = csv("0", "1", kMax, "4611686018427387904", "0");
   EXPECT_EQ(std::count(bins.begin(), bins.end(), '\n'), 6);
   EXPECT_THAT(json(), HasSubstr("\"total_coincidences\":1,\n    \"peak_count\":1,\n    \"peak_ps\":0,\n"));

@@ -1,4 +1,4 @@
-// Captures dated where a 64-bit count of nanoseconds from 1970 does not reach: before 1677 and from 2262 on.
+// Captures with dates beyond a 64-bit count of nanoseconds from 1970: before 1677 and from 2262 on.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -27,7 +27,7 @@ struct Date {
 class FarDates : public ProductRoot, public testing::WithParamInterface<Date> {
  protected:
   FarDates() {
-    // Memory file systems keep any date; others keep some.
+    // Memory file systems store any date; others only some.
     std::string pattern =
         (fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path().string()) + "/orvo_test_XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed: " + pattern);
@@ -39,7 +39,7 @@ class FarDates : public ProductRoot, public testing::WithParamInterface<Date> {
     std::error_code ignored;
     fs::remove_all(place_, ignored);
   }
-  // A capture of that date; false when the file system has none such.
+  // Makes a capture with that date; false if the file system cannot store it.
   bool make_far_capture() const {
     write_file(place_ / "far.tagcap", single_pair_capture());
     return set_modified(place_ / "far.tagcap", GetParam().seconds);

@@ -1,4 +1,4 @@
-// Disks that take no more: the run ends by itself, what it reads and what earlier runs left stays whole.
+// Full disks: the run ends by itself, and what it reads and what earlier runs left stays complete.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -34,7 +34,7 @@ class FullDisk : public ProductRoot {
   FileTree before_;
 };
 
-// Limits on the size of files stand for the full disk: a write in the middle of a report fails. The unit is 512
+// A limit on the size of files stands in for a full disk: a write in the middle of a report fails. The unit is 512
 // bytes.
 
 TEST_F(FullDisk, ReportsThatAreCutOffAreNotNoticed) {

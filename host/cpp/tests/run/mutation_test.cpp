@@ -1,8 +1,7 @@
-// Good captures of every encoding, damaged at random, as input of the built program: it ends by itself, says nothing
-// but its own messages, and leaves whole reports or none.
+// Good captures of every encoding, damaged at random, as input of the built program: it ends by itself, prints
+// nothing but its own messages, and leaves complete reports or none.
 //
-// ORVO_MUTATION_ROUNDS sets how many captures are tried, ORVO_MUTATION_SEED where they start: a failure names its
-// seed.
+// ORVO_MUTATION_ROUNDS sets how many captures are tried, ORVO_MUTATION_SEED the first seed; a failure names its seed.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -23,7 +22,7 @@
 namespace {
 
 using namespace orvo::test;
-/// No capture here is larger; the ceilings of large files are ceilings_test's.
+/// No capture here is larger; ceilings_test has the limits of large files.
 constexpr std::size_t kMostFileBytes = 200'000;
 constexpr unsigned kMostCpuSeconds = kUnderAddressSanitizer ? 100 : 10;
 /// Per byte of the file, beyond what the program needs to print its help; see docs/robustness.md.
@@ -109,7 +108,7 @@ std::string value_of(const std::string& summary, const std::string& name) {
   return summary.substr(from, summary.find('\n', from) - from);
 }
 
-/// Sum of the counts of a CSV histogram; nothing when it is not one.
+/// Sum of the counts of a CSV histogram; `nullopt` if the text is not one.
 std::optional<std::int64_t> csv_total(const std::string& csv) {
   std::istringstream in(csv);
   std::string line;

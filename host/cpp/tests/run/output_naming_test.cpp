@@ -1,4 +1,5 @@
-// Where reports go without a configured prefix: a directory named by the local time, files by capture and channels.
+// Where reports go without a configured prefix: a directory named after the local time, with files named after
+// capture and channels.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <time.h>

@@ -1,4 +1,4 @@
-// How the paths of the settings and arguments become the paths that are printed, read and written.
+// How paths in settings and arguments become the paths that are printed, read and written.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,7 +18,7 @@ class Paths : public ProductRoot {
                 "StreamFileReader: cannot open " + input.string() + "\n");
   }
 
-  // A settings file in a directory of its own, taken as the one beside the executable.
+  // A settings file in a directory of its own, read as the one next to the executable.
   std::string run_beside(const TempDirectory& bin, const std::string& settings,
                          std::vector<std::string> arguments = {}) {
     write_file(bin / kSettingsName, settings);

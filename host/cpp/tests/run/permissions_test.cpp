@@ -1,5 +1,5 @@
-// Files and directories that the user may not read or write. Root may do all of it: for root, the tool is started as
-// another user.
+// Files and directories that the user may not read or write. Root may do all of that, so as root the test starts the
+// tool as another user.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -32,12 +32,12 @@ class Permissions : public ProductRoot {
 
   static void give_away(const fs::path& path) { EXPECT_EQ(::chown(path.c_str(), 65534, 65534), 0) << path; }
 
-  /// Runs the tool as a user whom permissions bind.
+  /// Runs the tool as a user who is subject to permissions.
   ProgramResult verify_as_user(const std::string& arguments) {
     return shell("exec " + as_user_ + "\"$0\" " + arguments);
   }
 
-  /// Of the user, and with these permissions.
+  /// Gives it to the user, with these permissions.
   void set(const fs::path& path, fs::perms permissions) const {
     if (!as_user_.empty()) give_away(path);
     fs::permissions(path, permissions);

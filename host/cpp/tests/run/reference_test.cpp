@@ -66,7 +66,7 @@ void compare_files(const FileTree& actual, const FileTree& expected) {
   for (const auto& [name, content] : expected) ASSERT_EQ(actual.at(name), content) << name;
 }
 
-/// The outcome that agrees with the console, for one of the ages the input had while the tool ran.
+/// The outcome that agrees with the console, for one of the ages that the input had while the tool ran.
 RunOutcome expected_outcome(const RunPlan& plan, const std::string& console, std::int64_t started_ns,
                             std::int64_t ended_ns) {
   const std::int64_t oldest = (ended_ns - plan.modified_ns) / 1'000'000'000;
@@ -81,7 +81,7 @@ RunOutcome expected_outcome(const RunPlan& plan, const std::string& console, std
 /// Tags that runs reported, by encoding.
 using Reported = std::array<std::uint64_t, 3>;
 
-/// Lays the plan out, runs the tool and holds everything it leaves against the reference.
+/// Sets the plan up, runs the tool and compares everything it leaves with the reference.
 void compare_run(const RunPlan& plan, const fs::path& cwd, Reported& reported) {
   lay_out(plan, cwd);
   const FileTree before = files_below(cwd);
@@ -114,7 +114,7 @@ TEST(ToolAgainstReference, RunsOnRandomCaptures) {
   fs::remove_all(kProductRoot);
 }
 
-/// More tags than one call hands out and more payload than one read takes, few of them on the correlated channels.
+/// More tags than one call returns and more payload than one read takes, few of the tags on the correlated channels.
 TEST(ToolAgainstReference, RunsOnLongCaptures) {
   Reported reported{};
   for (const std::uint64_t seed : seeds(4)) {

@@ -1,4 +1,4 @@
-// Reports that cannot be written: which message ends the run, and what then is on disk.
+// Reports that cannot be written: which message ends the run, and what is then on disk.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -17,7 +17,7 @@ class ReportFailures : public ProductRoot {
  protected:
   ReportFailures() { write_file(cwd() / "c.tagcap", pairs_capture()); }
 
-  // A directory stands where the run wants to write a file.
+  // Puts a directory where the run wants to write a file.
   static void block(const fs::path& path) { fs::create_directories(path); }
 
   ProgramResult run_pairs() {
@@ -25,7 +25,7 @@ class ReportFailures : public ProductRoot {
   }
   fs::path input() const { return cwd() / "c.tagcap"; }
   fs::path prefix() const { return cwd() / "out/run"; }
-  // Seen of a run that ended with this message after its announcement.
+  // What is seen of a run that ended with this message after its first lines.
   std::string ended_with(const std::string& message) const {
     return seen(1, announcement(input(), prefix()), message);
   }

@@ -36,7 +36,7 @@ class SettingsLines : public ProductRoot {
   }
 };
 
-// Of 14 differences between channel 0 and channel 2 the upper median is that of spread 4: 1200 - 4 = 1196 ps.
+// The upper median of the 14 differences between channels 0 and 2 is that of spread 4: 1200 - 4 = 1196 ps.
 const std::string kDefaults = "0 2 5000 8 1196 31 ";
 
 TEST_F(SettingsLines, DefaultsStandWhenNothingIsSet) {
@@ -87,7 +87,7 @@ TEST_F(SettingsLines, TheLastOfSeveralLinesWins) {
 TEST_F(SettingsLines, EveryLineEndReadsTheSame) {
   EXPECT_EQ(effect("range_ps=250\r\nbin_ps=4\r\n"), "0 2 250 4 1196 31 ");
   EXPECT_EQ(effect("range_ps=250\nbin_ps=4"), "0 2 250 4 1196 31 ");
-  // A carriage return alone ends no line: what follows is the tail of the value.
+  // A carriage return alone does not end a line: what follows is part of the value.
   EXPECT_EQ(effect("range_ps=250\rbin_ps=4\n"), "0 2 250 8 1196 31 ");
 }
 
@@ -142,7 +142,7 @@ TEST_F(SettingsLines, ABadNumberEndsTheRunBeforeAnythingIsPrinted) {
 
 TEST_F(SettingsLines, TheFirstBadNumberIsTheOneReported) {
   EXPECT_EQ(failure("max_tags=q\nchannel_a=q\nrange_ps=q\n"), seen(1, "", "stoull\n"));
-  EXPECT_EQ(failure("channel_a=q\nchannel_a=1\n"), seen(1, "", "stoi\n"));  // a later line does not heal it
+  EXPECT_EQ(failure("channel_a=q\nchannel_a=1\n"), seen(1, "", "stoi\n"));  // a later line does not mend it
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Where the settings file is looked for: beside the executable as argv[0] names it, in the current directory, in the
-// source root's verification directory. The first that opens is the only one read.
+// Where the tool looks for its settings file: next to the executable as argv[0] names it, in the current directory,
+// in the source root's verification directory. Only the first that opens is read.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,7 +14,7 @@ using namespace orvo::test;
 
 class SettingsPlaces : public ProductRoot {
  protected:
-  // A settings file with a range of its own; its relative input file does not exist beside it.
+  // A settings file with a range of its own; its relative input file does not exist.
   static std::string settings(int range) {
     return "range_ps=" + std::to_string(range) + "\ninput_file=none.tagcap\noutput_prefix=o\n";
   }
@@ -86,7 +86,7 @@ TEST_F(SettingsPlaces, ALinkIsTheFileWhereItIsFound) {
   EXPECT_EQ(seen(verify()), failed_at(cwd() / kSettingsName, cwd()));
 }
 
-// argv[0] alone decides what "beside the executable" means.
+// argv[0] alone decides what "next to the executable" means.
 
 TEST_F(SettingsPlaces, ArgvZeroDecidesNotTheFileThatRuns) {
   const TempDirectory claimed;

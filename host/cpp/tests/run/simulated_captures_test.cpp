@@ -1,4 +1,4 @@
-// Simulated captures of every encoding, verified: what the simulator says is there must be found.
+// Simulated captures of every encoding, verified: the tool must find what the simulator says is there.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,10 +13,11 @@ namespace {
 using namespace orvo::test;
 using Arguments = std::vector<std::string>;
 
-/// Half a bin: no difference is farther from its bin's centre, and so is no mean or standard deviation.
+/// Half a bin: no difference is farther from its bin's centre, so binning cannot change a mean or standard deviation
+/// by more.
 constexpr double kHalfBinPs = 4;
 
-/// Statistical bounds are 5 standard deviations: by chance one in 1.7 million fails, and the seeds are fixed.
+/// Statistical limits are 5 standard deviations, which chance exceeds once in 1.7 million; and the seeds are fixed.
 constexpr double kSigmas = 5;
 
 class SimulatedCaptures : public SimulatedCapture {
@@ -28,8 +29,8 @@ class SimulatedCaptures : public SimulatedCapture {
     EXPECT_EQ(found.coincidences, answer.number("coincidences"));
   }
 
-  /// The verification's moments are those of the stored tags, but for the bins; those are what the settings make
-  /// them, but for chance.
+  /// The verification's moments are those of the stored tags, apart from binning; and those are what the settings
+  /// call for, apart from chance.
   void expect_moments(const Told& answer, const Verified& found) {
     EXPECT_NEAR(found.mean_ps, answer.decimal("mean_ps"), kHalfBinPs);
     EXPECT_NEAR(found.sigma_ps, answer.decimal("rms_ps"), kHalfBinPs);
@@ -43,7 +44,7 @@ class SimulatedCaptures : public SimulatedCapture {
     const Verified found = verified(answer);
     expect_counts(answer, found);
     expect_moments(answer, found);
-    // A bin one standard deviation off holds 61 % of what the middle one does.
+    // A bin one standard deviation from the middle one counts 61 % of what that counts.
     EXPECT_LE(std::abs(found.peak_ps), answer.decimal("pair_sigma_ps"));
   }
 };
@@ -79,7 +80,7 @@ TEST_P(EveryEncoding, HasTheCoincidencesThatItsRatesMake) {
               kSigmas * answer.decimal("coincidences_error"));
 }
 
-// Bins of 1 ps hold the differences as they are: what is found compares with theory alone, chance aside.
+// Bins of 1 ps do not round: what is found differs from theory by chance alone.
 TEST_P(EveryEncoding, AgreesWithTheoryAtOtherDelaysJittersAndBackgrounds) {
   for (const Arguments& pairs :
        {Arguments{"--rate=1000000", "--pair-rate=20000", "--delay=-5us", "--jitter=2000", "--range=20000"},
@@ -103,7 +104,7 @@ TEST_P(EveryEncoding, KeepsToTheDeadTime) {
   arguments.push_back("--dead-time=1us,0,2us,50ns");
   const Told answer = simulate(arguments);
   expect_counts(answer, verified(answer));
-  // A channel of rate r that is blind for t behind each tag stores r / (1 + r t).
+  // A channel of rate r that is blind for t after each tag stores r / (1 + r t).
   const double seconds = static_cast<double>(answer.number("last_ps") - 14'215'125'997'568) * 1e-12;
   for (const auto& [channel, stored_hz] : {std::pair{0, 200'000 / 1.2}, {1, 200'000.0}, {2, 200'000 / 1.4}}) {
     const double expected = stored_hz * seconds;
@@ -119,8 +120,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Arguments{"--encoding=packed_delta", "--quantum-ps=1", "--delta-bits=24"},
                     Arguments{"--encoding=packed_delta", "--mode=internal", "--quantum-ps=64", "--delta-bits=5"}));
 
-// Quanta and fine codes that are coarse beside the jitter widen the peak: by the square root of 64^2 / 6 + 10^2 to 28
-// ps, and of 18.5^2 / 6 + 5^2 to 9.07 ps.
+// Quanta and fine codes that are coarse compared with the jitter widen the peak: to the square root of
+// 64^2 / 6 + 10^2, which is 28 ps, and of 18.5^2 / 6 + 5^2, which is 9.07 ps.
 TEST_F(SimulatedCaptures, AreAsWideAsTheirGridMakesThem) {
   const Arguments pairs{"--rate=0", "--pair-rate=100000", "--range=400", "--delay=1024", "--tags=200000"};
   for (const auto& [more, sigma_ps] :
@@ -158,7 +159,7 @@ TEST_F(SimulatedCaptures, OfManyDevicePeriodsAreFound) {
   }
 }
 
-// 41 bits last 2.2 s: a decoder does not know how many of them have passed before the first tag.
+// 41 bits last 2.2 s: a decoder cannot know how many such laps have passed before the first tag.
 TEST_F(SimulatedCaptures, TellHowFarDecodedTimesAreBehind) {
   const Told raw = simulate({"--start=5s", "--tags=1000"});
   EXPECT_FALSE(raw.has("ch0_axis_ps"));
@@ -167,7 +168,7 @@ TEST_F(SimulatedCaptures, TellHowFarDecodedTimesAreBehind) {
   EXPECT_EQ(delta.number("ch1_axis_ps"), -2 * 2'199'023'255'552);
 }
 
-// One channel clicks before the 41 bits wrap, the other only behind: they decode 2^41 ps apart.
+// One channel clicks before the 41 bits wrap, the other only after that: they decode 2^41 ps apart.
 TEST_F(SimulatedCaptures, AreFoundAtTheOffsetThatTheirChannelsDecodeAt) {
   const Told answer = simulate({"--start=2199022255552", "--rate=10000000,0", "--pair-rate=1000", "--delay=160",
                                 "--encoding=delta32", "--tags=200000"});

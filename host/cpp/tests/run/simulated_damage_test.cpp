@@ -1,4 +1,4 @@
-// Simulated captures that were damaged on purpose: how much of them the verification still finds.
+// Simulated captures that are damaged on purpose: how much of them the verification still finds.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -56,8 +56,8 @@ TEST_F(SimulatedDamage, GarbageBetweenRaw64RecordsCostsNothing) {
   }
 }
 
-// The channel that comes first with a base is back at once, the other one with its next base: every 100 tags of each
-// there is one. What is lost in between are 200 tags, or a few more when the other channel clicks more often.
+// Each channel has a base every 100 tags. The channel that has one first is back at once, the other with its next
+// base. In between 200 tags are lost, or a few more if the other channel clicks more often.
 TEST_F(SimulatedDamage, GarbageBetweenDelta32WordsCostsNoMoreThanTheWayToTheNextBase) {
   for (const int garbage : {1, 2, 3, 4, 5, 1000}) {
     const Told answer = simulate(with(with(kDelta32, "--garbage=" + std::to_string(garbage)), "--garbage-at=120000"));
@@ -68,8 +68,8 @@ TEST_F(SimulatedDamage, GarbageBetweenDelta32WordsCostsNoMoreThanTheWayToTheNext
   }
 }
 
-// The garbage costs the lock and ends that read's decoding; the next read goes on right behind it. What is lost is
-// the way to each channel's next anchor, of which there is one every 1000 tags.
+// The garbage costs the lock and ends the decoding of that read; the next read continues right after it. What is lost
+// are the tags up to each channel's next anchor, of which there is one every 1000 tags.
 TEST_F(SimulatedDamage, GarbageAmongPackedRecordsCostsTheWayToTheNextAnchors) {
   const Told answer = simulate({"--tags=1800000", "--encoding=packed_delta", "--delta-bits=16", "--rate=2000000",
                                 "--pair-rate=100000", "--garbage=5", "--garbage-at=2200000"});
@@ -97,7 +97,7 @@ TEST_F(SimulatedDamage, CutsNoMoreThanThePayload) {
   EXPECT_EQ(lost(answer), 50'000);
 }
 
-// A bit of the time moves a tag, another one costs it. Some 400 of 50,000 tags are hit.
+// A flipped bit of the time moves a tag, any other costs it. Some 400 of 50,000 tags are hit.
 TEST_F(SimulatedDamage, FlippedBitsCostNoMoreTagsThanThereAre) {
   const Told answer = simulate(with(kRaw64, "--flip-every=1000"));
   EXPECT_EQ(answer.number("flipped_bits"), 400);

@@ -1,4 +1,4 @@
-// What the simulator leaves on disk and says of it: the same file for the same options, or none.
+// What the simulator leaves on disk and says about it: the same file for the same options, or none.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -98,8 +98,7 @@ TEST_F(SimulatedFiles, AreNotThereForUnusableOptions) {
   expect_failure({}, 64, "no file given: name the capture to write (--help lists the options)");
   expect_failure({"c.tagcap", "--delta-bits=32", "--encoding=packed_delta"}, 64,
                  "--delta-bits: '32' is not a whole number from 1 to 31");
-  expect_failure({"c.tagcap", "--colour=red"}, 64,
-                 "unknown option --colour (--help lists the options)");
+  expect_failure({"c.tagcap", "--colour=red"}, 64, "unknown option --colour (--help lists the options)");
   expect_failure({"c.tagcap", "--pair-channels=0,2"}, 64, "--pair-channels: channel 2 is not active (--channels)");
 }
 
@@ -108,14 +107,14 @@ TEST_F(SimulatedFiles, AreNotThereWhenTheirDirectoryIsNot) {
   expect_failure({"/dev/full"}, 1, "/dev/full is not an ordinary file");
 }
 
-// Three tags give a decoder nothing to align packed records of four channels by.
+// Three tags are too few for a decoder to align packed records of four channels.
 TEST_F(SimulatedFiles, AreNotThereWhenDecodersWouldNotFindTheirStart) {
   expect_failure({"c.tagcap", "--channels=0,1,2,3", "--encoding=packed_delta", "--mode=internal", "--tags=3"}, 1,
                  "decoders would not align this capture's first records: it takes at least two active channels that "
                  "click within the first 64 KiB, in internal mode all of them and about equally often");
 }
 
-// A file may grow to 100 blocks of 512 bytes only: the first write fails, or the last one of a short capture.
+// A file may grow to 100 blocks of 512 bytes only, so the first write fails, or the last one of a short capture.
 TEST_F(SimulatedFiles, AreNotThereWhenTheDiskIsFull) {
   for (const char* tags : {"2000000", "10000"}) {
     const ProgramResult result =

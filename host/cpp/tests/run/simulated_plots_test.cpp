@@ -1,5 +1,5 @@
-// The plots of simulated captures, from a narrow peak to nothing at all: well-formed, and drawn by a browser where
-// there is one.
+// The plots of simulated captures, from a narrow peak to nothing at all: well-formed, and drawn by a browser if there
+// is one.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ struct Plot {
   std::string name;
   Arguments simulation;
   Arguments verification;
-  std::size_t bars = 0;  // at least, of the elements that are drawn
+  std::size_t bars = 0;  // the least number of elements that are drawn
 };
 
 const std::vector<Plot> kPlots{
@@ -42,7 +42,7 @@ class SimulatedPlots : public SimulatedCapture {
     EXPECT_EQ(verify(verification).exit_status, 0) << plot.name;
   }
 
-  /// A browser's view of a page in cwd() once all of it has been loaded; no value of `result.out` without a browser.
+  /// A browser's view of a page in cwd() once all of it is loaded; `result.out` is empty without a browser.
   ProgramResult dom_of(const std::string& page) {
     return shell(
         "for browser in chromium chromium-browser google-chrome; do\n"

@@ -1,4 +1,4 @@
-// The age of the capture in the text summary, and the warning that hangs on it.
+// The age of the capture in the text summary, and the warning that depends on it.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -22,7 +22,7 @@ class Summary : public ProductRoot {
   Summary() { write_file(input(), single_pair_capture()); }
   fs::path input() const { return cwd() / "c.tagcap"; }
 
-  // A run whose summary says that the capture is `age` seconds old: tried again when a second went by meanwhile.
+  // A run whose summary says that the capture is `age` seconds old; tried again if a second has passed meanwhile.
   ProgramResult run_at_age(std::int64_t age) {
     ProgramResult result;
     for (int attempt = 0; attempt < 20; ++attempt) {
@@ -87,13 +87,13 @@ TEST_F(Summary, ACaptureInTheFutureHasANegativeAgeAndNoWarning) {
 }
 
 TEST_F(Summary, AgesAreTruncatedTowardZero) {
-  // Dated some hundred milliseconds ahead: less than a second, in either direction, is none.
+  // Dated a few hundred milliseconds ahead: less than a second in either direction is an age of 0.
   for (int attempt = 0; attempt < 20; ++attempt) {
     const std::int64_t modified = now_ns() + 900'000'000;
     ASSERT_TRUE(set_modified(input(), modified / 1'000'000'000, static_cast<long>(modified % 1'000'000'000)));
     const ProgramResult result = verify({"c.tagcap", "--out-prefix=o"});
     EXPECT_EQ(age_in(result.out, input()), "0");
-    if (now_ns() < modified) return;  // the whole run lay before the date
+    if (now_ns() < modified) return;  // the whole run was before that date
   }
   FAIL() << "every run took longer than 0.9 s";
 }

@@ -1,4 +1,4 @@
-// What a run makes of poor surroundings: no current directory, streams that are closed, full or broken.
+// A run in a hostile environment: no current directory, streams that are closed, full or broken.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,7 +18,7 @@ class Surroundings : public ProductRoot {
  protected:
   Surroundings() { write_file(cwd() / "c.tagcap", pairs_capture()); }
 
-  // The reports are whole, whatever became of the console.
+  // The reports are complete, whatever happened to the console.
   void expect_reports() {
     const std::string summary = read_file(cwd() / "out/run.summary.txt");
     const Reports reports = golden("pairs", cwd() / "c.tagcap", cwd() / "out/run", summary);
@@ -31,7 +31,7 @@ TEST_F(Surroundings, ARemovedCurrentDirectoryEndsTheRun) {
   const std::string removed = "mkdir gone && cd gone && rmdir ../gone && exec \"$0\" ";
   const std::string message = "filesystem error: cannot get current path: No such file or directory\n";
   EXPECT_EQ(seen(shell(removed)), seen(1, "", message));
-  // Also when nothing that is named depends on it: the directory is asked for to look for settings.
+  // Even if no given path depends on it: the tool looks for settings in the current directory.
   EXPECT_EQ(seen(shell(removed + (cwd() / "c.tagcap").string() + " --out-prefix=" + (cwd() / "out/run").string())),
             seen(1, "", message));
   EXPECT_THAT(names(files()), testing::ElementsAre("cwd/c.tagcap"));
@@ -64,7 +64,7 @@ TEST_F(Surroundings, TheExitStatusOfAFailureDoesNotHangOnTheConsole) {
   EXPECT_EQ(seen(shell(R"(exec "$0" --help >/dev/full)")), seen(0, "", ""));
 }
 
-// The loop ends when nobody is left to read the pipe; only then the tool starts.
+// The loop ends when nobody is left to read the pipe; only then does the tool start.
 const std::string kUntilBroken = "while echo waiting 2>/dev/null; do :; done; ";
 
 TEST_F(Surroundings, ABrokenPipeIsOneMoreFullConsole) {

@@ -135,8 +135,8 @@ TEST_F(Synthetic, AFileThatCannotBeOpenedEndsTheRun) {
 TEST_F(Synthetic, ADeviceThatTakesNoCaptureEndsTheRun) {
   fs::create_directories(generated().parent_path());
   fs::create_symlink("/dev/full", generated());
-  // Either the write of the payload fails; or the writer's buffer keeps it until the file is closed, when nobody
-  // looks any more, and the device then reads as zeros.
+  // Either writing the payload fails; or the writer's buffer holds it until the file is closed, where a failure goes
+  // unnoticed, and the device then reads as zeros.
   EXPECT_THAT(seen(verify({"--out-prefix=o"})),
               testing::AnyOf(seen(1, "", "StreamFileWriter: payload write failed\n"),
                              seen(1, generation_lines() + announcement(generated(), cwd() / "o"),

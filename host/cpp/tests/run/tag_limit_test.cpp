@@ -1,4 +1,4 @@
-// max_tags bounds the tags that are decoded, to the tag, whatever the steps of the run.
+// max_tags limits the tags that are decoded, to the exact tag, whatever the steps of the run.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -38,7 +38,7 @@ TEST_F(TagLimit, MayBeOneStepMoreOrLess) {
   expect_decoded("65535", 32'768, 32'767);
   expect_decoded("65536", 32'768, 32'768);
   expect_decoded("65537", 32'769, 32'768);
-  expect_decoded("131072", 65'536, 65'536);  // what one read of 1 MiB holds
+  expect_decoded("131072", 65'536, 65'536);  // the tags of one read of 1 MiB
   expect_decoded("131073", 65'537, 65'536);
 }
 

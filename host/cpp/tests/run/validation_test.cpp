@@ -60,7 +60,7 @@ TEST_F(Validation, ComesAfterTheSearchWhichMayGenerateACapture) {
                                   (cwd() / synthetic).string() + "\n",
                               kChannels));
   EXPECT_EQ(names(files()), (std::vector<std::string>{"cwd/" + synthetic, std::string("cwd/") + kSettingsName}));
-  // Now there is a capture to be found, and nothing to say about it.
+  // Now a capture is found, and nothing is printed about it.
   EXPECT_EQ(failure({}), seen(64, "", kChannels));
   EXPECT_EQ(failure({"--bin=0"}), seen(64, "", kChannels));
 }

@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kBadChannels = "channels must be distinct and in 0..3\n";
 constexpr const char* kBadWidths = "range_ps and bin_ps must be positive\n";
 
-// What validation says; nothing when the settings are good.
+// What validation says; nothing if the settings are good.
 std::string complaint(const Config& config) {
   std::ostringstream err;
   const bool valid = validate(config, err);

@@ -23,7 +23,7 @@ class InputDiscovery : public ToolSurroundings {
   fs::path captures_here() const { return cwd() / "logs/stream_file_verify"; }
   fs::path captures_of_the_product() const { return product_root_of_tests() / "logs/stream_file_verify"; }
 
-  // An empty file, written so long ago.
+  // An empty file that was written that long ago.
   static fs::path add(const fs::path& path, std::chrono::nanoseconds age = 1h) {
     write_file(path, "");
     set_age(path, age);

@@ -52,7 +52,7 @@ TEST_F(LatestFiles, ReplaceThoseOfTheRunBefore) {
   EXPECT_EQ(latest("open_latest_plot.bat"), kLauncher);
 }
 
-// As when the clock was set back since the run before.
+// As if the clock had been set back since the previous run.
 TEST_F(LatestFiles, ReplaceThoseThatAreDatedLater) {
   update_latest(paths_, "first");
   for (const char* name : {"latest.csv", "latest.json", "latest.svg", "latest_summary.txt"}) {

@@ -32,7 +32,7 @@ class ReportSvg : public ToolSurroundings {
     run.histogram = histogram;
     return svg(run);
   }
-  /// The lines of a plot that hold this word.
+  /// The lines of a plot that contain this word.
   Lines lines(const XcorrHistogram& histogram, const std::string& word) {
     const std::string text = svg(histogram);
     Lines found;

@@ -1,4 +1,4 @@
-// The two checkers that judge reports elsewhere: what they take and, above all, what they refuse.
+// The two checkers that other tests apply to reports: what they accept and, above all, what they refuse.
 #include <gtest/gtest.h>
 
 #include <string>

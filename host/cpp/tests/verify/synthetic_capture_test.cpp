@@ -28,7 +28,7 @@ class SyntheticCapture : public ToolSurroundings {
     return cwd() / "VRN-B/logs/stream_file_verify/verification/synthetic_raw64_xcorr.tagcap";
   }
 
-  // All records, straight from their definition.
+  // All records, directly from their definition.
   static Bytes expected_payload() {
     Bytes payload;
     for (std::uint64_t k = 0; k < 2000; ++k)

@@ -23,7 +23,7 @@ class TagCollection : public ToolSurroundings {
     write_file(cwd() / "in.tagcap", capture_bytes(R"({"stream_format":"raw64"})", payload));
     reader_.open((cwd() / "in.tagcap").string());
   }
-  // Tags of all channels in turn, `count` of them, 100 ps apart.
+  // `count` tags, 100 ps apart, on all channels in turn.
   void open_cycling(std::size_t count) {
     Bytes payload(8 * count);
     for (std::size_t i = 0; i < count; ++i) {
