@@ -1,4 +1,4 @@
-# Fails unless PROGRAM, as READELF shows it, is hardened as hardening.cmake says.
+# Fails unless READELF shows that PROGRAM is hardened as hardening.cmake says.
 if(NOT READELF)
   message("SKIPPED: no readelf")
   return()

@@ -1,4 +1,4 @@
-# Sets orvo_timing_version, as in 1.2.3, from the header that owns the version. An edit of it configures anew.
+# Sets orvo_timing_version, as in 1.2.3, from the header that owns the version. Editing it reconfigures the build.
 set(orvo_version_header "${CMAKE_CURRENT_LIST_DIR}/../host/cpp/include/orvo/timing/version.hpp")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${orvo_version_header}")
 

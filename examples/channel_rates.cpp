@@ -1,4 +1,4 @@
-// channel_rates FILE: how many tags each channel of a capture has, and how many per second. Of the capture that
+// channel_rates FILE: how many tags each channel of a capture has, and how many per second. For the capture that
 // write_capture makes it prints
 //
 //   ch0: 2500 tags, 250000 per second

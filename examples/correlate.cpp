@@ -1,4 +1,4 @@
-// correlate FILE: how channel 1 of a capture follows channel 0. Of the capture that write_capture makes it prints
+// correlate FILE: how channel 1 of a capture follows channel 0. For the capture that write_capture makes it prints
 //
 //   delay: 250 ps
 //   coincidences: 2500

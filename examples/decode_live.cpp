@@ -1,12 +1,12 @@
-// decode_live < CAPTURE: counts the tags of a stream as it comes in, without a file: any pipe or socket will do. Of
-// the capture that write_capture makes it prints
+// decode_live < CAPTURE: counts the tags of a stream as it comes in, from any pipe or socket. For the capture that
+// write_capture makes it prints
 //
 //   ch0: 2500 tags
 //   ch1: 10000 tags
 //   ch2: 0 tags
 //   ch3: 0 tags
 //
-// A driver that delivers bare payload needs no header text: fill a StreamFileHeader by hand instead.
+// For a driver that delivers bare payload, without a header, fill in a StreamFileHeader by hand instead.
 #include <unistd.h>
 
 #include <array>
@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-/// Up to `size` bytes, as many as have come; none at the end of the stream.
+/// Reads as many bytes as have come, up to `size`; 0 at the end of the stream.
 static std::size_t receive(std::uint8_t* bytes, std::size_t size) {
   const auto count = ::read(STDIN_FILENO, bytes, size);
   if (count < 0) throw std::runtime_error("cannot read from standard input");

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # Build trees: build/PRESET for each preset of CMakePresets.json.
-# Sourced, by a script that has set root, the checkout's absolute path.
+# Sourced by a script that has set root, the checkout's absolute path.
 : "${root:?}"
 
 need_build_tools() {
@@ -41,8 +41,8 @@ need_for_preset() {
   need_build_tools
 }
 
-# The tree is configured for the checkout where it stands, and by the presets of today: not so after the
-# checkout was moved or copied with its build trees, or after an edit of the presets.
+# True if the tree was configured for this checkout and by the current presets. That is not so after the checkout was
+# moved or copied with its build trees, or after an edit of the presets.
 is_configured() {
   local tree=$root/build/$1 configured_for=
   [[ -f $tree/build.ninja && -f $tree/configured_for ]] || return 1
@@ -60,8 +60,8 @@ configure() {
     printf '%s\n' "$root" >"$tree/configured_for"
 }
 
-# build PRESET [TARGET]: configures the tree if it has to be; two builds of one tree wait for each other.
-# Every step is chained: a caller that asks for the status turns errexit off in here.
+# build PRESET [TARGET]: configures the tree first if necessary; two builds of one tree wait for each other.
+# Every step is chained, because a caller that tests the status turns errexit off in here.
 build() {
   local preset=$1 target=${2:-all}
   mkdir -p -- "$root/build" && (

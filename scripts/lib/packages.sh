@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What a script needs on the machine: look for it, install it where that is allowed, name it where it is not.
-# Sourced, by a script that has set script_name, and script, its absolute path.
+# What a script needs on the machine: look for it, install it if that is allowed, name it otherwise.
+# Sourced by a script that has set script_name, and script, its absolute path.
 : "${script_name:?}" "${script:?}"
 
 missing_packages=()  # Debian's names
@@ -45,7 +45,7 @@ need_header() {
   note_missing "$1" "$2"
 }
 
-# need_clang_runtime: the libraries behind -fsanitize, which clang's package only recommends.
+# need_clang_runtime: the libraries for -fsanitize, which clang's package only recommends.
 need_clang_runtime() {
   local version=14 directory=
   if command -v clang++ >/dev/null; then
@@ -69,7 +69,7 @@ may_install() {
   ((EUID == 0)) || { command -v sudo >/dev/null && sudo -n true 2>/dev/null </dev/null; }
 }
 
-# For a person to type.
+# The command for a person to type.
 install_line() {
   local prefix=
   if ((EUID != 0)) && command -v sudo >/dev/null; then prefix="sudo "; fi
@@ -79,12 +79,12 @@ install_line() {
 install_packages() {
   say "installing ${missing_packages[*]}"
   local apt_get=(env DEBIAN_FRONTEND=noninteractive apt-get --yes -o DPkg::Lock::Timeout=300)
-  # A list that cannot be refreshed may still serve.
+  # Package lists that cannot be refreshed may still do.
   as_root "${apt_get[@]}" update || true
   as_root "${apt_get[@]}" install --no-install-recommends "${missing_packages[@]}"
 }
 
-# Installs what the need_... calls found missing, or ends the script with status 69 and says what to do.
+# Installs what the need_... calls found missing, or says what to do and ends the script with status 69.
 provide_missing() {
   if ((${#missing_packages[@]} == 0)); then return; fi
   if ! command -v apt-get >/dev/null; then

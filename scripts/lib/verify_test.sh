@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# scripts/verify and scripts/build from outside, in a copy of the checkout whose path has spaces. Needs what they need.
+# Tests scripts/verify and scripts/build from outside, in a copy of the checkout whose path has spaces. Needs what they
+# need.
 set -euo pipefail
 
 script=$(realpath -- "${BASH_SOURCE[0]}")
@@ -24,7 +25,7 @@ check() {
   fi
 }
 
-# run COMMAND...: keeps its status and what it wrote on each stream.
+# run COMMAND...: runs it and keeps its status and what it wrote to each stream.
 run() {
   status=0
   "$@" >"$work/out" 2>"$work/err" </dev/null || status=$?
@@ -81,7 +82,7 @@ check "a source that does not compile: the compiler's message" yes "$([[ $err ==
 run "$copy/scripts/build"
 check "scripts/build, a source that does not compile: status" 70 "$status"
 
-# A machine with bash and coreutils alone.
+# A machine with nothing but bash and coreutils.
 mkdir -- "$work/bin"
 for name in bash env cat mkdir realpath rm; do ln -s -- "$(command -v "$name")" "$work/bin/$name"; done
 run env -u CXX PATH="$work/bin" "$copy/scripts/verify" --help
