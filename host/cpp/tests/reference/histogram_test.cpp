@@ -4,9 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdlib>
 #include <limits>
 
 #include "reference/offset_estimate.hpp"
+#include "support/random.hpp"
 
 namespace orvo::test::reference {
 namespace {
@@ -67,6 +70,34 @@ TEST(ReferenceHistogram, CountsEveryPairOfTheWindowBothEndsIncluded) {
   EXPECT_THAT(histogram({500, 0}, {160, 660}, {4, 8, 160}).counts, ElementsAre(2));
   EXPECT_THAT(histogram({0}, {0}, {0, 8, 0}).counts, ElementsAre(0));
   EXPECT_THAT(histogram({0}, {0}, {8, 0, 0}).counts, ElementsAre(0));
+}
+
+/// Every pair looked at, one by one.
+Times counts_of_all_pairs(const Times& a, const Times& b, const Window& window) {
+  Times counts(static_cast<std::size_t>(number_of_bins(window.range_ps, window.bin_ps)));
+  const auto half = static_cast<std::int64_t>(counts.size() / 2);
+  for (const std::int64_t time_a : a) {
+    for (const std::int64_t time_b : b) {
+      const std::int64_t d = time_b - time_a - window.offset_ps;
+      if (d < -window.range_ps || d > window.range_ps) continue;
+      const std::int64_t steps = (std::abs(d) + window.bin_ps / 2) / window.bin_ps;
+      if (steps <= half) ++counts[static_cast<std::size_t>(d < 0 ? half - steps : half + steps)];
+    }
+  }
+  return counts;
+}
+
+TEST(ReferenceHistogram, EqualsTheCountOfAllPairsOneByOne) {
+  Random random(42);
+  for (int round = 0; round < 300; ++round) {
+    const std::int64_t span = round % 2 == 0 ? 60 : 5'000;
+    Times a(random.below(40));
+    Times b(random.below(40));
+    for (auto& t : a) t = random.integer(-span / 2, span / 2);
+    for (auto& t : b) t = random.integer(-span / 2, span / 2);
+    const Window window{random.integer(1, span), random.integer(1, 30), random.integer(-20, 20)};
+    ASSERT_EQ(histogram(a, b, window).counts, counts_of_all_pairs(a, b, window)) << "round " << round;
+  }
 }
 
 TEST(ReferenceHistogram, CountsRecordedTimesIn64BitsAlike) {

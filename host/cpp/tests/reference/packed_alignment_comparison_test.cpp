@@ -208,17 +208,5 @@ TEST_F(PackedAlignmentAgainstReference, WindowsBeyond65536BytesWhereTheCandidate
   EXPECT_GT(outcomes_.found_late, 3 * rounds());
 }
 
-TEST(PackedProbe, FindsNothingInNothing) {
-  Window window{.mode = StreamMode::external, .channel_mask = 1, .delta_bits = 5, .bytes = {}};
-  StreamDecoder decoder{header_of(window)};
-  EXPECT_FALSE(decoder.probe_packed_alignment(5, 8).found);
-  const Bytes found = bytes({0x3F, 1, 0, 0, 0, 0, 0, 0, 0, 0, 1});  // a sync sequence and its anchor
-  decoder.pending_bytes.append(found.data(), found.size());
-  EXPECT_TRUE(decoder.probe_packed_alignment(5, 8).found);
-  EXPECT_FALSE(decoder.probe_packed_alignment(0, 3).found);
-  EXPECT_FALSE(decoder.probe_packed_alignment(-1, 2).found);
-  EXPECT_FALSE(decoder.probe_packed_alignment(5, 0).found);
-}
-
 }  // namespace
 }  // namespace orvo::test

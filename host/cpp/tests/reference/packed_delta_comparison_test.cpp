@@ -5,11 +5,15 @@
 #include <algorithm>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "orvo/timing/stream_decoder.hpp"
+#include "support/as_reference.hpp"
 #include "support/bytes.hpp"
 #include "support/checked_decoders.hpp"
 #include "support/packed_cases.hpp"
-#include "support/packed_streams.hpp"
+#include "support/packed_debug_output.hpp"
+#include "support/stream_feeding.hpp"
 #include "support/streams.hpp"
 
 namespace orvo::test {
@@ -76,6 +80,42 @@ TEST(PackedDeltaAgainstReference, LongStreamsWithoutAlignmentAreTrimmed) {
     compare_on(stream, random, i, totals);
   }
   EXPECT_GE(totals.lines["no alignment"], 9u);
+}
+
+/// What the decoder writes to standard error over the stream, in chunks of `chunk` bytes.
+std::string diagnostics(const PackedStream& stream, std::size_t chunk) {
+  timing::StreamDecoder decoder{stream.header};
+  return debug_output_of([&] { feed_in_chunks(decoder, stream.bytes, chunk); });
+}
+
+std::vector<std::string> expected_lines(const PackedStream& stream, std::size_t chunk) {
+  reference::PackedDeltaDecoder model{as_reference(stream.header)};
+  for (std::size_t at = 0; at < stream.bytes.size(); at += chunk) {
+    model.feed(std::span(stream.bytes).subspan(at, std::min(chunk, stream.bytes.size() - at)));
+  }
+  return model.lines;
+}
+
+std::string as_written(const std::vector<std::string>& lines) {
+  std::string out;
+  for (const std::string& line : lines) out += "packed-decoder: " + line + "\n";
+  return out;
+}
+
+TEST(PackedDeltaAgainstReference, DiagnosticLinesAreTheSame) {
+  Random random(3306);
+  Totals totals;
+  for (std::uint64_t i = 0; i < 400 * rounds(); ++i) {
+    const PackedStream stream = i < 10 ? lopsided_stream(random) : hostile_packed(random);
+    const std::size_t chunk = std::max<std::size_t>(random.between(1, 400), stream.bytes.size() / (i < 10 ? 3 : 12));
+    const std::vector<std::string> lines = expected_lines(stream, chunk);
+    ASSERT_EQ(diagnostics(stream, chunk), as_written(lines))
+        << stream.name << " stream " << i << ", chunks of " << chunk;
+    totals.add_lines(lines);
+  }
+  expect_often(totals, 2,
+               {"locked", "no alignment", "drop inactive", "drop internal", "drop sync", "drop ovf",
+                "drop implausible", "drop nonmonotonic", "reject internal"});
 }
 
 }  // namespace
