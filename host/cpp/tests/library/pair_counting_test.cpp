@@ -250,6 +250,9 @@ TEST(PairCounting, BothEndsOfTheWindowPairAndNothingBeyond) {
   EXPECT_EQ(counts_of(a, later(a, -41), {40, 8, 0}), counts);
   counts[10] = 1000;
   EXPECT_EQ(counts_of(a, later(a, 40), {40, 8, 0}), counts);
+  Times both = joined(later(a, 40), later(a, 41));  // one candidate after another
+  std::sort(both.begin(), both.end());
+  EXPECT_EQ(counts_of(a, both, {40, 8, 0}), counts);
   counts[10] = 0;
   counts[0] = 1000;
   EXPECT_EQ(counts_of(a, later(a, -40), {40, 8, 0}), counts);

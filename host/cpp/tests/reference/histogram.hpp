@@ -52,7 +52,7 @@ Integer bin_of_difference(Integer difference, std::int64_t bin_ps) {
 /// of bins that memory can hold. `Integer` is what sums are taken in: 128 bits serve any numbers, 64 bits, as one
 /// would first take them, recorded times.
 template <class Integer = Wide>
-Histogram histogram(Times a, Times b, const Window& window) {
+Histogram histogram(Times a, Times b, Window window) {
   Histogram result = empty_histogram(window);
   if (window.range_ps < 1 || window.bin_ps < 1) return result;
   std::sort(a.begin(), a.end());
