@@ -48,7 +48,7 @@ bool in_order(const std::vector<TimeTag>& events) {
 TEST(EventSource, GivesEachChannelItsRate) {
   Settings settings = quiet();
   const std::array<std::uint64_t, 4> rates{100'000, 0, 1'000, 300'000};
-  for (unsigned c = 0; c < 4; ++c) settings.channels[c].rate_hz = rates[c];
+  for (unsigned c = 0; c < 4; ++c) settings.channels[c].rate_hz = static_cast<double>(rates[c]);
   const std::vector<TimeTag> all = events(settings, 2 * kSecondPs);
   for (unsigned c = 0; c < 4; ++c) {
     const double expected = 2.0 * static_cast<double>(rates[c]);

@@ -85,8 +85,6 @@ const NumberOption kNumbers[] = {
     {"quantum-ps", "0", "1", "65535", "65536", [](const Settings& s) -> std::uint64_t { return s.quantum_ps; }, true},
     {"start-bit", "-1", "0", "7", "8", [](const Settings& s) -> std::uint64_t { return s.start_bit; }, true},
     {"anchor-every", "0", "1", "1000000", "1000001", [](const Settings& s) { return s.anchor_every; }, true},
-    {"rate", "-1", "0", "100000000", "100000001", [](const Settings& s) { return s.channels[1].rate_hz; }},
-    {"pair-rate", "-1", "0", "100000000", "100000001", [](const Settings& s) { return s.pairs.rate_hz; }},
     {"tags", "-1", "0", "1000000000000", "1000000000001", [](const Settings& s) { return *s.tags; }},
     {"seed", "-1", "0", "18446744073709551615", "18446744073709551616", [](const Settings& s) { return s.seed; }},
     {"front-garbage", "-1", "0", "1000000000000", "1000000000001",
@@ -115,34 +113,84 @@ TEST(Options, HoldNumbersToTheirLimits) {
   }
 }
 
+/// The same for numbers from 0 on with some digits after the point.
+struct DecimalOption {
+  std::string name;
+  std::string finest, too_fine, most, above;
+  double (*set)(const Settings&);
+  Arguments needs = {};
+};
+
+const Arguments kPulses{"--light=pulses"};
+const Arguments kEmitter{"--light=emitter"};
+
+const DecimalOption kDecimals[] = {
+    {"rate", "0.01", "0.001", "100000000", "100000000.01", [](const Settings& s) { return s.channels[1].rate_hz; }},
+    {"dark-rate", "0.01", "0.001", "100000000", "100000001", [](const Settings& s) { return s.channels[1].dark_hz; }},
+    {"pair-rate", "0.01", "0.001", "100000000", "100000001", [](const Settings& s) { return s.pairs.rate_hz; }},
+    {"photons", "0.0001", "0.00001", "100", "100.5", [](const Settings& s) { return s.light.photons; }, kPulses},
+    {"emission-rate", "0.01", "0.001", "100000000", "100000001",
+     [](const Settings& s) { return s.light.emission_rate_hz; }, kEmitter},
+};
+
+TEST(Options, HoldDecimalsToTheirLimits) {
+  for (const DecimalOption& option : kDecimals) {
+    const auto with_needs = [&](const std::string& value) {
+      Arguments arguments = option.needs;
+      arguments.push_back("--" + option.name + '=' + value);
+      return arguments;
+    };
+    for (const std::string& value : {std::string("0"), option.finest, std::string("12.5"), option.most})
+      EXPECT_EQ(option.set(settings_from(with_needs(value))), std::stod(value)) << option.name;
+    for (const std::string& value : {std::string("-1"), option.too_fine, option.above, std::string("1e3"),
+                                     std::string(".5"), std::string("5."), std::string("0x10"), std::string("x")}) {
+      EXPECT_EQ(failure(with_needs(value)), "--" + option.name + ": '" + value + "' is not a number from 0 to " +
+                                                option.most + " with at most " +
+                                                std::to_string(option.finest.size() - 2) + " decimals");
+    }
+  }
+}
+
 /// The same for times.
 struct TimeOption {
   std::string name;
   std::string below, least, most, above;
   std::int64_t (*set)(const Settings&);
+  Arguments needs = {};
 };
 
 const TimeOption kTimes[] = {
     {"dead-time", "-1", "0", "1000000000", "1000000001",
      [](const Settings& s) { return s.channels[0].dead_time_ps; }},
-    {"delay", "-1000000001", "-1000000000", "1000000000", "1000000001",
+    {"delay", "-10000000000001", "-10000000000000", "10000000000000", "10000000000001",
      [](const Settings& s) { return s.pairs.delay_ps; }},
     {"jitter", "-1", "0", "1000000", "1000001", [](const Settings& s) { return s.pairs.jitter_ps; }},
     {"range", "0", "1", "1000000000", "1000000001", [](const Settings& s) { return s.pairs.range_ps; }},
     {"duration", "-1", "0", "1000000000000000000", "1000000000000000001",
      [](const Settings& s) { return *s.duration_ps; }},
     {"start", "-1", "0", "14315125997567", "14315125997568", [](const Settings& s) { return s.start_ps; }},
+    {"pulse-period", "-1", "0", "1000000000", "1000000001", [](const Settings& s) { return s.light.pulse_period_ps; },
+     kPulses},
+    {"pulse-jitter", "-1", "0", "1000000", "1000001", [](const Settings& s) { return s.light.pulse_jitter_ps; },
+     kPulses},
+    {"lifetime", "0", "1", "1000000000", "1000000001", [](const Settings& s) { return s.light.lifetime_ps; },
+     kEmitter},
 };
 
 TEST(Options, HoldTimesToTheirLimits) {
   for (const TimeOption& option : kTimes) {
+    const auto with_needs = [&](const std::string& value) {
+      Arguments arguments = option.needs;
+      arguments.push_back("--" + option.name + '=' + value);
+      return arguments;
+    };
     for (const std::string& value : {option.least, option.most}) {
-      EXPECT_EQ(option.set(settings_from(with(option.name, value))), std::stoll(value)) << option.name;
+      EXPECT_EQ(option.set(settings_from(with_needs(value))), std::stoll(value)) << option.name;
     }
     for (const std::string& value : {option.below, option.above}) {
-      EXPECT_EQ(failure(with(option.name, value)), "--" + option.name + ": '" + value + "' is not a time from " +
-                                                       option.least + " ps to " + option.most +
-                                                       " ps, as in 250, 250ps, 10ns, 2us, 1ms or 3s");
+      EXPECT_EQ(failure(with_needs(value)), "--" + option.name + ": '" + value + "' is not a time from " +
+                                                option.least + " ps to " + option.most +
+                                                " ps, as in 250, 250ps, 10ns, 2us, 1ms or 3s");
     }
   }
 }
@@ -150,6 +198,7 @@ TEST(Options, HoldTimesToTheirLimits) {
 TEST(Options, WithLimitsAreAllTestedHere) {
   std::set<std::string> tested;
   for (const NumberOption& option : kNumbers) tested.insert("--" + option.name);
+  for (const DecimalOption& option : kDecimals) tested.insert("--" + option.name);
   for (const TimeOption& option : kTimes) tested.insert("--" + option.name);
   std::set<std::string> limited;
   Options options;
@@ -172,6 +221,7 @@ TEST(Options, ShowTheirLimitsInTheHelp) {
     EXPECT_THAT(line, testing::EndsWith(" [" + least + " to " + most + unit + "]"));
   };
   for (const NumberOption& option : kNumbers) expect_limits(option.name, "", option.least, option.most);
+  for (const DecimalOption& option : kDecimals) expect_limits(option.name, "", "0", option.most);
   for (const TimeOption& option : kTimes) expect_limits(option.name, " ps", option.least, option.most);
 }
 
@@ -275,10 +325,36 @@ TEST(Options, RefuseListsOfAnotherLength) {
 }
 
 TEST(Options, RefuseListsWithAnItemThatIsNone) {
-  EXPECT_EQ(failure({"--rate=5,,0"}), "--rate: '' is not a whole number from 0 to 100000000");
-  EXPECT_EQ(failure({"--rate=5,x"}), "--rate: 'x' is not a whole number from 0 to 100000000");
+  EXPECT_EQ(failure({"--rate=5,,0"}), "--rate: '' is not a number from 0 to 100000000 with at most 2 decimals");
+  EXPECT_EQ(failure({"--rate=5,x"}), "--rate: 'x' is not a number from 0 to 100000000 with at most 2 decimals");
   EXPECT_EQ(failure({"--dead-time=1,2m"}),
             "--dead-time: '2m' is not a time from 0 ps to 1000000000 ps, as in 250, 250ps, 10ns, 2us, 1ms or 3s");
+}
+
+TEST(Options, OfOtherLightAreRefused) {
+  for (const char* name : {"--photons=1", "--pulse-jitter=5", "--pulse-period=5"}) {
+    const std::string message = std::string(name).substr(0, std::string(name).find('=')) +
+                                ": only with light in pulses (--light, --pulse-period)";
+    EXPECT_EQ(failure({name}), message);
+    EXPECT_EQ(failure({"--light=pulses", name}), "none");
+  }
+  EXPECT_EQ(failure({"--light=emitter", "--photons=1"}),
+            "--photons: only with light in pulses (--light, --pulse-period)");
+  EXPECT_EQ(failure({"--light=emitter", "--pulse-period=5ns", "--photons=1"}), "none");
+  for (const char* name : {"--emission-rate=5", "--lifetime=5"}) {
+    const std::string message =
+        std::string(name).substr(0, std::string(name).find('=')) + ": only with an emitter of continuous light";
+    EXPECT_EQ(failure({name}), message);
+    EXPECT_EQ(failure({"--light=emitter", "--pulse-period=5ns", name}), message);
+    EXPECT_EQ(failure({"--light=emitter", name}), "none");
+  }
+}
+
+TEST(Options, OfLightLeaveOutThePairs) {
+  EXPECT_EQ(settings_from({"--light=pulses"}).pairs.rate_hz, 0);
+  EXPECT_EQ(settings_from({"--light=pulses", "--pair-rate=7"}).pairs.rate_hz, 7);
+  EXPECT_EQ(settings_from({"--light=pulses"}).light.pulse_period_ps, 12'500);
+  EXPECT_EQ(settings_from({"--light=emitter"}).light.pulse_period_ps, 0);
 }
 
 TEST(Options, SetTheUsualNumberOfTagsOnlyWithoutADuration) {

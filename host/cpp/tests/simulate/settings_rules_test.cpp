@@ -50,6 +50,34 @@ TEST(SettingsRules, WantChannelsThatClickOftenOrNever) {
   EXPECT_EQ(verdict({"--rate=0,100", "--pair-rate=0"}), "fine");
 }
 
+TEST(SettingsRules, CountDarkTagsAndLightAmongTheClicks) {
+  EXPECT_EQ(verdict({"--rate=99.5", "--dark-rate=0.25", "--pair-rate=0.24"}),
+            "--rate, --pair-rate: channel 0 would click 99.99 times per second; it takes 0, or at least 100");
+  EXPECT_EQ(verdict({"--rate=0.01", "--dark-rate=99.98", "--pair-rate=0.01"}), "fine");
+  EXPECT_EQ(verdict({"--rate=0", "--light=emitter", "--emission-rate=200"}), "fine");
+  EXPECT_EQ(verdict({"--rate=0", "--light=emitter", "--emission-rate=199.9"}),
+            "--rate, --pair-rate: channel 0 would click 99.95 times per second; it takes 0, or at least 100");
+}
+
+TEST(SettingsRules, WantLightThatCanBe) {
+  EXPECT_EQ(verdict({"--light=pulses", "--channels=2"}), "--light: it takes two active channels (--channels)");
+  EXPECT_EQ(verdict({"--light=pulses", "--pulse-period=0"}),
+            "--pulse-period: pulses need one; continuous light is that of an emitter");
+  EXPECT_EQ(verdict({"--light=pulses", "--photons=2"}),
+            "--photons, --pulse-period: 160000000 photons per second; it takes at most 100000000");
+  EXPECT_EQ(verdict({"--light=pulses", "--photons=1"}), "fine");
+  EXPECT_EQ(verdict({"--light=emitter", "--emission-rate=1000000", "--lifetime=1us"}),
+            "--lifetime: an emitter of 1000000 photons per second lives shorter than the time between them");
+  EXPECT_EQ(verdict({"--light=emitter", "--emission-rate=1000000", "--lifetime=900ns"}), "fine");
+  EXPECT_EQ(verdict({"--light=emitter", "--emission-rate=0"}), "fine");
+}
+
+TEST(SettingsRules, WantFewClicksUnderWay) {
+  EXPECT_EQ(verdict({"--delay=10s", "--rate=9900000", "--pair-rate=100000"}), "fine");
+  EXPECT_EQ(verdict({"--delay=-10s", "--rate=9900000", "--pair-rate=100001"}),
+            "--delay: 100000010 clicks would be under way; it takes at most 100000000");
+}
+
 TEST(SettingsRules, WantOneLengthThatCanBeReached) {
   EXPECT_EQ(verdict({"--tags=5", "--duration=5s"}), "--tags, --duration: give only one of them");
   EXPECT_EQ(verdict({"--rate=0", "--pair-rate=0"}), "--tags: no channel ever clicks (--rate, --pair-rate)");

@@ -56,6 +56,17 @@ inline CLI::Validator whole_number(Limits limits) {
   return {rewrite, ""};
 }
 
+/// Holds a value to numbers up to `most` with at most `decimals` digits after the point.
+inline CLI::Validator decimal_number(double most, std::size_t decimals) {
+  const auto check = [most, decimals](std::string& text) -> std::string {
+    const auto value = parse_decimal(text, decimals);
+    if (value && *value <= most) return {};
+    return "'" + text + "' is not a number from 0 to " + std::to_string(static_cast<std::uint64_t>(most)) +
+           " with at most " + std::to_string(decimals) + " decimals";
+  };
+  return {check, ""};
+}
+
 /// Holds a value to times within the limits, and makes picoseconds of it.
 inline CLI::Validator time_ps(Limits limits) {
   const auto rewrite = [limits](std::string& text) -> std::string {

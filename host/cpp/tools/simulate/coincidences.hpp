@@ -56,8 +56,9 @@ class WaitingTimes {
 
 /// Counts every coincidence while the tags go by, block by block.
 ///
-/// Deliberate: `XcorrStream` counts the same pairs, but this is the answer that its counts are checked against. Nothing
-/// is shared: sums of exact differences instead of bins, and a walk along B through A instead of along A through B.
+/// Deliberate: `XcorrStream` counts the same pairs, but this is the answer that its counts are checked against.
+/// Nothing is shared: sums of exact differences instead of bins, and a walk along B through A instead of along A
+/// through B.
 ///
 /// The tags of A are taken as later by the delay. Both sequences being in order, the partners of the tags of B begin
 /// at a tag of A that only moves forward. A tag of B waits until all of A that can reach it has come.

@@ -34,12 +34,16 @@ inline double pair_sigma_ps(const PairSettings& pairs, double step_ps) {
 /// The number of pairs stored with a difference within the range of the delay, when there is no dead time.
 inline double pairs_in_range(const PairSettings& pairs, double sigma_ps, double length_ps) {
   const double range_sigmas = static_cast<double>(pairs.range_ps) / std::max(sigma_ps, 1e-3);
-  return static_cast<double>(pairs.rate_hz) * 1e-12 * length_ps * std::erf(range_sigmas / std::sqrt(2.0));
+  const double common_ps = std::max(length_ps - std::abs(static_cast<double>(pairs.delay_ps)), 0.0);
+  return pairs.rate_hz * 1e-12 * common_ps * std::erf(range_sigmas / std::sqrt(2.0));
 }
 
-/// Accidental coincidences, of tags that do not belong to one pair: they spread evenly over the range.
-inline double accidentals(double tags_a, double tags_b, std::int64_t range_ps, double length_ps) {
-  return length_ps > 0 ? tags_a * tags_b * static_cast<double>(2 * range_ps + 1) / length_ps : 0;
+/// Accidental coincidences, of tags that do not belong to one pair: they spread evenly over the range. With a delay
+/// there are as many as in the time for which both tags can be in the recording.
+inline double accidentals(double tags_a, double tags_b, const PairSettings& pairs, double length_ps) {
+  if (!(length_ps > 0)) return 0;
+  const double common = std::max(1 - std::abs(static_cast<double>(pairs.delay_ps)) / length_ps, 0.0);
+  return tags_a * tags_b * static_cast<double>(2 * pairs.range_ps + 1) / length_ps * common;
 }
 
 /// Width of a histogram of pairs and accidentals, and how much it and the mean vary.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <iomanip>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -11,6 +12,7 @@
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "simulate/damage.hpp"
 #include "simulate/expectation.hpp"
+#include "simulate/expected_peak.hpp"
 #include "simulate/settings.hpp"
 #include "simulate/simulation.hpp"
 
@@ -34,6 +36,30 @@ inline void print_contents(std::ostream& out, const Settings& settings, const St
   }
 }
 
+/// Four significant digits, for numbers of any size.
+inline std::string four_digits(double value) {
+  std::ostringstream text;
+  text << std::setprecision(4) << value;
+  return text.str();
+}
+
+/// What an analysis that looks for a peak or a dip should find.
+inline void print_expected_peak(std::ostream& out, const ExpectedPeak& expected) {
+  const auto print = [&out](const char* name, const std::optional<double>& value) {
+    if (value) out << name << '=' << four_digits(*value) << '\n';
+  };
+  out << "expected_verdict=" << expected.verdict << '\n';
+  print("expected_pairs", expected.pairs);
+  print("expected_share_a", expected.share_a);
+  print("expected_share_b", expected.share_b);
+  print("expected_background_per_ps", expected.background_per_ps);
+  print("expected_g2", expected.g2);
+  print("expected_g2_at_zero", expected.g2_at_zero);
+  print("expected_period_ps", expected.period_ps);
+  print("expected_tooth_pairs", expected.tooth_pairs);
+  print("expected_dip_decay_ps", expected.dip_decay_ps);
+}
+
 /// What correlating the channels of the pairs gives. Numbers are counted over the stored tags, except those called
 /// "expected", which are calculated; an "error" is the standard deviation from one seed to another.
 inline void print_correlation(std::ostream& out, const Settings& settings, const StoredCapture& stored,
@@ -44,8 +70,7 @@ inline void print_correlation(std::ostream& out, const Settings& settings, const
   const CoincidenceSums& found = stored.coincidences;
   const auto count = static_cast<double>(found.count);
   const double length_ps = static_cast<double>(settings.duration_ps.value_or(stored.last_ps - settings.start_ps));
-  const double accidental =
-      accidentals(static_cast<double>(a.tags), static_cast<double>(b.tags), pairs.range_ps, length_ps);
+  const double accidental = accidentals(static_cast<double>(a.tags), static_cast<double>(b.tags), pairs, length_ps);
   const double sigma_ps = pair_sigma_ps(pairs, step_ps);
   const ExpectedHistogram expected = expected_histogram(count, accidental, sigma_ps, pairs.range_ps);
   const std::int64_t offset_ps = pairs.delay_ps + b.axis_ps - a.axis_ps;
@@ -55,7 +80,7 @@ inline void print_correlation(std::ostream& out, const Settings& settings, const
       << "range_ps=" << pairs.range_ps << '\n'
       << "coincidences=" << found.count << '\n'
       << "coincidences_error=" << three_decimals(std::sqrt(count)) << '\n';
-  if (!settings.has_dead_time()) {
+  if (!settings.has_dead_time() && settings.light.kind == Light::none) {
     const double expected_count = pairs_in_range(pairs, sigma_ps, length_ps) + accidental;
     out << "expected_coincidences=" << three_decimals(expected_count) << '\n';
   }
@@ -67,8 +92,9 @@ inline void print_correlation(std::ostream& out, const Settings& settings, const
       << "rms_error_ps=" << three_decimals(expected.rms_error_ps) << '\n'
       << "fwhm_ps=" << three_decimals(found.rms_ps() * orvo::timing::kFwhmPerSigma) << '\n'
       << "pair_sigma_ps=" << three_decimals(sigma_ps) << '\n'
-      << "pair_fwhm_ps=" << three_decimals(sigma_ps * orvo::timing::kFwhmPerSigma) << '\n'
-      << "verify=vq_verify_stream_file_xcorr " << settings.out.string() << ' ' << pairs.channel_a << ' '
+      << "pair_fwhm_ps=" << three_decimals(sigma_ps * orvo::timing::kFwhmPerSigma) << '\n';
+  if (!settings.has_dead_time()) print_expected_peak(out, expected_peak(settings, length_ps, sigma_ps));
+  out << "verify=vq_verify_stream_file_xcorr " << settings.out.string() << ' ' << pairs.channel_a << ' '
       << pairs.channel_b << " --offset=" << offset_ps << " --range=" << pairs.range_ps << '\n';
 }
 

@@ -76,6 +76,7 @@ class Options {
     add_encoding_options();
     add_channel_options();
     add_pair_options();
+    add_light_options();
     add_damage_options();
   }
   Options(const Options&) = delete;
@@ -94,6 +95,7 @@ class Options {
     refuse_unless(settings.encoding == StreamFormat::raw64, {"--tag-format"}, "raw64");
     refuse_unless(settings.is_packed(), {"--delta-bits", "--quantum-ps", "--start-bit"}, "packed_delta");
     refuse_unless(settings.encoding != StreamFormat::raw64, {"--anchor-every"}, "delta32 or packed_delta");
+    set_light(settings.light);
     set_channels(settings);
     if (given("--duration")) settings.duration_ps = duration_ps_;
     if (given("--tags") || !given("--duration")) settings.tags = tags_;
@@ -102,7 +104,9 @@ class Options {
 
  private:
   static constexpr std::uint64_t kMillisecondPs = 1'000'000'000;
+  static constexpr std::uint64_t kLongestDelayPs = 10'000'000'000'000;
   static constexpr Limits kRateHz{0, 100'000'000};
+  static constexpr std::size_t kRateDecimals = 2;
   static constexpr Limits kDeadTimePs{0, kMillisecondPs};
   static constexpr Limits kBytes{0, 1'000'000'000'000};
 
@@ -145,7 +149,12 @@ class Options {
     app_->add_option("--rate", rates_hz_,
                      "uncorrelated tags per second: one number for all active channels, or one\nfor each, lowest "
                      "channel first")
-        ->transform(list_of(whole_number(kRateHz)))
+        ->transform(list_of(rate_hz()))
+        ->type_name("N[,N...] [" + to_text(kRateHz) + "]")
+        ->capture_default_str();
+    app_->add_option("--dark-rate", dark_rates_hz_,
+                     "tags per second without light, in addition: one number or one for each\nactive channel")
+        ->transform(list_of(rate_hz()))
         ->type_name("N[,N...] [" + to_text(kRateHz) + "]")
         ->capture_default_str();
     app_->add_option("--dead-time", dead_times_ps_,
@@ -162,14 +171,39 @@ class Options {
         ->transform(channel_pair())
         ->type_name("A,B")
         ->default_str("the first two active channels");
-    add_number(*app_, "--pair-rate", settings_.pairs.rate_hz, kRateHz, "correlated pairs per second")
-        ->default_str("50000, or 0 with one active channel");
-    add_time(*app_, "--delay", settings_.pairs.delay_ps, {-static_cast<std::int64_t>(kMillisecondPs), kMillisecondPs},
+    app_->add_option("--pair-rate", settings_.pairs.rate_hz, "correlated pairs per second")
+        ->transform(rate_hz())
+        ->type_name("N [" + to_text(kRateHz) + "]")
+        ->default_str("50000, or 0 with one active channel or --light");
+    add_time(*app_, "--delay", settings_.pairs.delay_ps,
+             {-static_cast<std::int64_t>(kLongestDelayPs), kLongestDelayPs},
              "how much later than A channel B clicks in a pair");
     add_time(*app_, "--jitter", settings_.pairs.jitter_ps, {0, 1'000'000},
              "standard deviation of the delay, which is Gaussian");
     add_time(*app_, "--range", settings_.pairs.range_ps, {1, kMillisecondPs},
              "largest distance from the delay that counts as a coincidence");
+  }
+
+  void add_light_options() {
+    app_->option_defaults()->group("Light that a beam splitter sends to channels A and B, to B later by the delay");
+    LightSettings& light = settings_.light;
+    add_word(*app_, "--light", light_, {"none", "pulses", "emitter"},
+             "pulses of many photons, or an emitter that never gives two at once");
+    add_time(*app_, "--pulse-period", light.pulse_period_ps, {0, kMillisecondPs},
+             "time from pulse to pulse; 0: an emitter of continuous light")
+        ->default_str("12500 ps of pulses, 0 ps of an emitter");
+    add_time(*app_, "--pulse-jitter", light.pulse_jitter_ps, {0, 1'000'000},
+             "standard deviation of a photon's time about its pulse");
+    app_->add_option("--photons", light.photons, "photons of a pulse that are seen, on the average")
+        ->transform(decimal_number(100, 4))
+        ->type_name("N [0 to 100]")
+        ->capture_default_str();
+    app_->add_option("--emission-rate", light.emission_rate_hz, "continuous light: photons per second")
+        ->transform(rate_hz())
+        ->type_name("N [" + to_text(kRateHz) + "]")
+        ->default_str("100000");
+    add_time(*app_, "--lifetime", light.lifetime_ps, {1, kMillisecondPs},
+             "continuous light: mean time from excitation to photon");
   }
 
   void add_damage_options() {
@@ -183,6 +217,8 @@ class Options {
     add_number(*app_, "--cut-tail", damage.cut_tail_bytes, kBytes, "bytes cut off the end of the payload");
   }
 
+  static CLI::Validator rate_hz() { return decimal_number(static_cast<double>(kRateHz.most), kRateDecimals); }
+
   bool given(const std::string& name) const { return app_->count(name) != 0; }
 
   void refuse_unless(bool allowed, std::initializer_list<const char*> names, const std::string& encodings) const {
@@ -192,25 +228,46 @@ class Options {
   }
 
   /// The items of a list, or one item `count` times.
-  static std::vector<std::int64_t> one_for_each(const std::string& name, const std::string& list, std::size_t count) {
-    std::vector<std::int64_t> values;
-    for (const std::string& item : split_list(list)) values.push_back(std::stoll(item));
+  static std::vector<double> one_for_each(const std::string& name, const std::string& list, std::size_t count) {
+    std::vector<double> values;
+    for (const std::string& item : split_list(list)) values.push_back(parse_decimal(item, kRateDecimals).value_or(0));
     if (values.size() == 1) values.resize(count, values.front());
     if (values.size() == count) return values;
     throw UsageError(name + ": give one value, or one for each of the " + std::to_string(count) +
                      " active channels, not " + std::to_string(values.size()));
   }
 
+  void set_light(LightSettings& light) const {
+    constexpr std::int64_t kUsualPeriodPs = 12'500;
+    light.kind = light_ == "pulses" ? Light::pulses : light_ == "emitter" ? Light::emitter : Light::none;
+    if (light.kind == Light::pulses && !given("--pulse-period")) light.pulse_period_ps = kUsualPeriodPs;
+    const bool is_pulsed =
+        light.kind == Light::pulses || (light.kind == Light::emitter && light.pulse_period_ps != 0);
+    const bool is_continuous = light.kind == Light::emitter && !is_pulsed;
+    for (const char* name : {"--pulse-period", "--pulse-jitter", "--photons"}) {
+      const bool fits = is_pulsed || (name == std::string_view("--pulse-period") && is_continuous);
+      if (!fits && given(name))
+        throw UsageError(std::string(name) + ": only with light in pulses (--light, --pulse-period)");
+    }
+    for (const char* name : {"--emission-rate", "--lifetime"}) {
+      if (!is_continuous && given(name))
+        throw UsageError(std::string(name) + ": only with an emitter of continuous light");
+    }
+  }
+
   void set_channels(Settings& settings) const {
     set_active_channels(settings, *parse_channels(channels_));
     const std::vector<unsigned> active = active_channels_of(settings);
-    const std::vector<std::int64_t> rates_hz = one_for_each("--rate", rates_hz_, active.size());
-    const std::vector<std::int64_t> dead_times_ps = one_for_each("--dead-time", dead_times_ps_, active.size());
+    const std::vector<double> rates_hz = one_for_each("--rate", rates_hz_, active.size());
+    const std::vector<double> dark_rates_hz = one_for_each("--dark-rate", dark_rates_hz_, active.size());
+    const std::vector<double> dead_times_ps = one_for_each("--dead-time", dead_times_ps_, active.size());
     for (std::size_t i = 0; i < active.size(); ++i) {
-      settings.channels[active[i]].rate_hz = static_cast<std::uint64_t>(rates_hz[i]);
-      settings.channels[active[i]].dead_time_ps = dead_times_ps[i];
+      settings.channels[active[i]].rate_hz = rates_hz[i];
+      settings.channels[active[i]].dark_hz = dark_rates_hz[i];
+      settings.channels[active[i]].dead_time_ps = static_cast<std::int64_t>(dead_times_ps[i]);
     }
-    if (active.size() == 1 && !given("--pair-rate")) settings.pairs.rate_hz = 0;
+    const bool no_pairs = active.size() == 1 || settings.light.kind != Light::none;
+    if (no_pairs && !given("--pair-rate")) settings.pairs.rate_hz = 0;
     if (!given("--pair-channels")) return;
     const std::vector<unsigned> pair = *parse_channels(pair_channels_);
     settings.pairs.channel_a = pair[0];
@@ -226,7 +283,9 @@ class Options {
   std::int64_t duration_ps_ = 0;
   std::string channels_ = "0,1";
   std::string rates_hz_ = "100000";
+  std::string dark_rates_hz_ = "0";
   std::string dead_times_ps_ = "0";
+  std::string light_ = "none";
   std::string pair_channels_;
 };
 

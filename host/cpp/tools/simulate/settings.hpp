@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -17,7 +18,8 @@ namespace {
 /// One input.
 struct ChannelSettings {
   bool active = false;
-  std::uint64_t rate_hz = 0;  ///< of the uncorrelated tags, Poisson
+  double rate_hz = 0;  ///< of the uncorrelated tags, Poisson; a multiple of 0.01
+  double dark_hz = 0;  ///< of tags without light, likewise
   std::int64_t dead_time_ps = 0;
 };
 
@@ -25,10 +27,33 @@ struct ChannelSettings {
 struct PairSettings {
   unsigned channel_a = 0;
   unsigned channel_b = 1;
-  std::uint64_t rate_hz = 50'000;
+  double rate_hz = 50'000;  ///< a multiple of 0.01
   std::int64_t delay_ps = 160;
   std::int64_t jitter_ps = 40;    ///< standard deviation
   std::int64_t range_ps = 5'000;  ///< largest distance from the delay that counts as a coincidence
+};
+
+enum class Light { none, pulses, emitter };
+
+/// Light whose photons go to the two inputs of the pairs at random, later to B by the delay.
+struct LightSettings {
+  Light kind = Light::none;
+  std::int64_t pulse_period_ps = 0;    ///< 0: continuous light of an emitter
+  std::int64_t pulse_jitter_ps = 100;  ///< standard deviation of a photon's time
+  double photons = 0.1;                ///< mean of a pulse; an emitter gives one photon for all of them
+  double emission_rate_hz = 100'000;   ///< of continuous light
+  std::int64_t lifetime_ps = 10'000;   ///< of continuous light, from excitation to photon
+
+  /// Photons per second, on both inputs together.
+  double rate_hz() const {
+    if (kind == Light::none) return 0;
+    if (pulse_period_ps == 0) return emission_rate_hz;
+    return photons_of_a_pulse() * 1e12 / static_cast<double>(pulse_period_ps);
+  }
+  /// Mean of the photons that are seen of a pulse.
+  double photons_of_a_pulse() const { return kind == Light::emitter ? -std::expm1(-photons) : photons; }
+  /// Mean time until an emitter of continuous light is excited again.
+  double excitation_ps() const { return 1e12 / emission_rate_hz - static_cast<double>(lifetime_ps); }
 };
 
 /// Damage to the encoded payload.
@@ -54,6 +79,7 @@ struct Settings {
   std::uint64_t anchor_every = 1'000;  ///< tags of a channel from one time base or anchor to the next
   std::array<ChannelSettings, orvo::timing::kChannels> channels{};
   PairSettings pairs;
+  LightSettings light;
   std::int64_t start_ps = 0;
   std::optional<std::uint64_t> tags;        ///< stop after this many tags,
   std::optional<std::int64_t> duration_ps;  ///< or after this time: exactly one of the two is set
@@ -69,13 +95,14 @@ struct Settings {
     return std::any_of(channels.begin(), channels.end(),
                        [](const ChannelSettings& channel) { return channel.dead_time_ps != 0; });
   }
-  /// Background and pairs together, before the dead time.
-  std::uint64_t total_rate_hz(unsigned channel) const {
-    return channels[channel].rate_hz + (in_pairs(channel) ? pairs.rate_hz : 0);
+  /// Everything that an input sees, before the dead time.
+  double total_rate_hz(unsigned channel) const {
+    const double correlated_hz = in_pairs(channel) ? pairs.rate_hz + light.rate_hz() / 2 : 0;
+    return channels[channel].rate_hz + channels[channel].dark_hz + correlated_hz;
   }
   /// The rate that the dead time leaves.
   double stored_rate_hz(unsigned channel) const {
-    const auto rate_hz = static_cast<double>(total_rate_hz(channel));
+    const double rate_hz = total_rate_hz(channel);
     return rate_hz / (1 + rate_hz * 1e-12 * static_cast<double>(channels[channel].dead_time_ps));
   }
 };

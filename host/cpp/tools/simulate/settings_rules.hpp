@@ -2,6 +2,7 @@
 // Part of vq_simulate_stream_file: file-local throughout.
 // The rules between settings. Those that keep them give a capture that decodes to exactly what was simulated.
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ namespace {
 inline void check_pairs(const Settings& settings) {
   const PairSettings& pairs = settings.pairs;
   if (pairs.channel_a == pairs.channel_b) {
+    if (settings.light.rate_hz() != 0) throw UsageError("--light: it takes two active channels (--channels)");
     if (pairs.rate_hz != 0) throw UsageError("--pair-rate: pairs need two active channels (--channels)");
     return;
   }
@@ -24,15 +26,52 @@ inline void check_pairs(const Settings& settings) {
   }
 }
 
+/// With two decimals, and without those that are 0.
+inline std::string number_text(double value) {
+  std::string text = std::to_string(std::llround(value * 100) / 100);
+  const long long hundredths = std::llround(value * 100) % 100;
+  if (hundredths == 0) return text;
+  text += hundredths < 10 ? ".0" : ".";
+  text += std::to_string(hundredths % 10 == 0 ? hundredths / 10 : hundredths);
+  return text;
+}
+
+inline void check_light(const LightSettings& light) {
+  constexpr double kMostHz = 1e8;
+  if (light.kind == Light::none) return;
+  if (light.kind == Light::pulses && light.pulse_period_ps == 0) {
+    throw UsageError("--pulse-period: pulses need one; continuous light is that of an emitter");
+  }
+  if (light.rate_hz() > kMostHz) {
+    throw UsageError("--photons, --pulse-period: " + number_text(light.rate_hz()) +
+                     " photons per second; it takes at most 100000000");
+  }
+  if (light.pulse_period_ps == 0 && light.rate_hz() != 0 && light.excitation_ps() < 1) {
+    throw UsageError("--lifetime: an emitter of " + number_text(light.emission_rate_hz) +
+                     " photons per second lives shorter than the time between them");
+  }
+}
+
+/// Clicks wait in memory for as long as the delay.
+inline void check_delay(const Settings& settings) {
+  constexpr double kMostWaiting = 1e8;
+  const double seconds = std::abs(static_cast<double>(settings.pairs.delay_ps)) * 1e-12;
+  const double waiting = seconds * std::max(settings.total_rate_hz(settings.pairs.channel_a),
+                                            settings.total_rate_hz(settings.pairs.channel_b));
+  if (waiting > kMostWaiting) {
+    throw UsageError("--delay: " + number_text(waiting) + " clicks would be under way; it takes at most 100000000");
+  }
+}
+
 /// A gap of a second could be taken for a wrap of the device time. At 100 tags per second one gap in 10^43 is as
 /// long.
 inline void check_rates(const Settings& settings) {
-  constexpr std::uint64_t kLeastHz = 100;
+  constexpr double kLeastHz = 100;
   for (const unsigned c : active_channels_of(settings)) {
-    const std::uint64_t rate_hz = settings.total_rate_hz(c);
+    const double rate_hz = settings.total_rate_hz(c);
     if (rate_hz != 0 && rate_hz < kLeastHz) {
-      throw UsageError("--rate, --pair-rate: channel " + std::to_string(c) + " would click " +
-                       std::to_string(rate_hz) + " times per second; it takes 0, or at least 100");
+      throw UsageError("--rate, --pair-rate: channel " + std::to_string(c) + " would click " + number_text(rate_hz) +
+                       " times per second; it takes 0, or at least 100");
     }
   }
 }
@@ -69,7 +108,9 @@ inline void check_packed(const Settings& settings) {
 /// Throws `UsageError` for settings that no capture can have.
 inline void check_settings(const Settings& settings) {
   if (settings.out.empty()) throw UsageError("no file given: name the capture to write (--help lists the options)");
+  check_light(settings.light);
   check_pairs(settings);
+  check_delay(settings);
   check_rates(settings);
   check_length(settings);
   if (settings.is_packed()) check_packed(settings);

@@ -23,6 +23,7 @@ struct OddTooth {
   double place_error_ps = 0;
   Estimate pairs;            ///< more, or for a dip fewer, than the others have on the average
   Estimate of_others;        ///< its pairs above the floor in units of theirs: of a low tooth g2(0)
+  double others_pairs = 0;   ///< average of another tooth above the floor
   double others_counts = 0;  ///< average counts of another tooth's period
 };
 
@@ -31,7 +32,7 @@ struct CorrelationComb {
   Estimate period_ps;
   double tooth_ps = 0;  ///< the place of a tooth, offset removed
   Estimate level;       ///< of the floor between the teeth, in units of chance
-  Estimate pairs;       ///< average of a tooth above the floor
+  Estimate pairs;       ///< average of a tooth above the floor, an odd one left out
   std::size_t teeth = 0;
   std::optional<OddTooth> odd;  ///< none: the delay is known up to a multiple of the period
 };
@@ -85,6 +86,7 @@ inline OddTooth described(const ToothExcess& excess, const CombCell& cell, doubl
           place_error * bins.bin_ps,
           {std::abs(excess.deviation()), std::sqrt(variance + of_mean)},
           {ratio, std::sqrt(variance + ratio * ratio * of_mean) / excess.of_others},
+          excess.of_others,
           excess.mean};
 }
 
@@ -142,6 +144,7 @@ inline std::optional<CorrelationComb> correlation_comb(const CorrelationBins& bi
   const Estimate above = pairs_above(sums.counts, sums.expected, comb.level);
   comb.pairs = {above.value / teeth, above.error / teeth};
   if (cells.size() >= 4) comb.odd = detail::odd_tooth(cells, comb.level, line, bins);
+  if (comb.odd) comb.pairs.value = comb.odd->others_pairs;
   return comb;
 }
 

@@ -46,8 +46,9 @@ inline CorrelationPeak peak_of(const OddTooth& tooth, Estimate level) {
   peak.background_pairs = {tooth.others_counts, std::sqrt(std::max(tooth.others_counts, 1.0))};
   peak.level = level;
   peak.place_ps = Estimate{tooth.place_ps, tooth.place_error_ps};
-  const Estimate g2 = tooth.of_others;
-  peak.g2 = NormalisedCount{g2.value, g2.error, std::max(g2.value - g2.error, 0.0), g2.value + g2.error};
+  const Estimate& g2 = tooth.of_others;  // below 0 where the tooth has fewer counts than the floor
+  peak.g2 = NormalisedCount{std::max(g2.value, 0.0), g2.error, std::max(g2.value - g2.error, 0.0),
+                            std::max(g2.value + g2.error, 0.0)};
   return peak;
 }
 
