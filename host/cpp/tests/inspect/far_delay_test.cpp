@@ -185,6 +185,13 @@ TEST(FarDelay, IsFoundInARecordingThatFillsTheGridAThousandTimes) {
   EXPECT_NEAR(found_delay_ps(recording, 1e10), -7.654321e9, 20);
 }
 
+TEST(FarDelay, IsFoundWhenThePeakIsAboutAsWideAsABin) {
+  for (const double jitter_ps : {1e7, 1.3e7, 3e7}) {  // bins of 30.5 us
+    const Recording recording = recorded({.share = 0.1, .delay_ps = 1.234e11, .jitter_ps = jitter_ps}, 9);
+    EXPECT_NEAR(found_delay_ps(recording, kSecondPs), 1.234e11, jitter_ps / 2) << jitter_ps;
+  }
+}
+
 TEST(FarDelay, OfAWidePeakIsFound) {
   const Recording recording = recorded({.share = 0.3, .delay_ps = 2e11, .jitter_ps = 2e8}, 3);  // seven bins
   EXPECT_NEAR(found_delay_ps(recording, kSecondPs), 2e11, 2e7);

@@ -32,7 +32,7 @@ struct FarDelay {
   std::optional<double> period_ps;                ///< pulsed light: the delay is ambiguous
 };
 
-/// The run of 1 to 32 bins that stands out most.
+/// The run of 1 to 256 bins that stands out most.
 struct NarrowWindow {
   double middle_ps = 0;
   double width_ps = 0;
@@ -56,7 +56,7 @@ inline orvo::timing::XcorrWindow view_of(double middle_ps, double range_ps, doub
 inline NarrowWindow best_narrow_window(const orvo::timing::XcorrHistogram& histogram,
                                        const orvo::timing::XcorrWindow& window, double chance_per_ps) {
   using namespace orvo::timing;
-  constexpr std::size_t kWidest = 32;
+  constexpr std::size_t kWidest = 256;
   std::vector<double> expected(histogram.counts.size());
   for (std::size_t i = 0; i < expected.size(); ++i) {
     const detail::BinSpan span = detail::bin_span(window, i);
