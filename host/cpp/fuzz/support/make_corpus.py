@@ -476,6 +476,7 @@ def pair_statistics():
         "all_of_the_view": counted(21, 20, 20, [(at, height, 0) for at, (_, height, _) in enumerate(peak)]),
         "in_one_bin": counted(101, 1, 1, [(50, 100, 0)]),
         "counts_beyond_floats": counted(101, 1, 1, [(50, 255, 39), (51, 255, 39)]),
+        "higher_beside_the_place_of_the_peak": bytes.fromhex("15bde1eb2a00b060000016ffffff7f"),
         "comb": counted(200, 20, 35, teeth),
         "missing_tooth": counted(200, 2, 20, teeth[:7] + teeth[8:]),
         "high_tooth": counted(200, 2, 20, [*teeth, (96, 250, 5)]),

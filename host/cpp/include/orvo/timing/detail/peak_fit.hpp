@@ -111,6 +111,7 @@ class PeakFit {
     shape_ = shape_at(curve_, highest);
     if (shape_.is_whole() && sd_ > 0) shape_ = shape_at(curve_, highest, noise_lift(highest));
     take_width();
+    width_ = std::min(width_, 2 * static_cast<double>(bins()));
   }
 
   /// How much noise raises the highest of the smoothed bins on the average.

@@ -91,7 +91,8 @@ inline PeakShape shape_at(const std::vector<double>& curve, std::size_t highest,
     const double before = curve[highest - 1];
     const double after = curve[highest + 1];
     const double bend = before - 2 * curve[highest] + after;
-    const double shift = bend < 0 ? (before - after) / (2 * bend) : 0;
+    // Farther only where the bin is higher than its neighbours no more: at the end of where a peak is looked for.
+    const double shift = bend < 0 ? std::clamp((before - after) / (2 * bend), -0.5, 0.5) : 0;
     shape.place += shift;
     shape.top -= (before - after) * shift / 4;
   }
