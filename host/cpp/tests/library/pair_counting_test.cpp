@@ -273,4 +273,23 @@ TEST(PairCounting, EveryDifferenceAroundZeroFallsIntoItsBin) {
   EXPECT_EQ(counts_of(a, b, {500, 7, 0}), Times(143, 7));  // odd bins have no halves
 }
 
+// Which of the two it is, inside or just beyond, is left to chance: only such lists are counted in lanes.
+TEST(PairCounting, EventsJustBeyondTheWindowDoNotPairWhereNothingCanBePredicted) {
+  orvo::test::Random random(8);
+  const Times a = irregular();
+  Times after;
+  Times before;
+  Times counts(11);
+  for (const std::int64_t a_ps : a) {
+    const bool inside = random.one_in(2);
+    counts[10] += inside ? 1 : 0;
+    after.push_back(a_ps + (inside ? 40 : 41));
+    before.push_back(a_ps - (inside ? 40 : 41));
+    if (random.one_in(2)) after.push_back(a_ps + 41);
+  }
+  EXPECT_EQ(counts_of(a, after, {40, 8, 0}), counts);
+  std::swap(counts[0], counts[10]);
+  EXPECT_EQ(counts_of(a, before, {40, 8, 0}), counts);
+}
+
 }  // namespace
