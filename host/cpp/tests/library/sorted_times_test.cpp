@@ -15,6 +15,7 @@ namespace {
 using orvo::timing::sort_times;
 using orvo::timing::SortedTimes;
 using orvo::timing::detail::ascending_runs;
+using orvo::timing::detail::is_ascending;
 using Times = std::vector<std::int64_t>;
 
 Times count_up(std::size_t size) {
@@ -140,6 +141,34 @@ TEST(SortTimes, SortsATimeThatIsLateByAnyNumberOfPlacesInEitherRun) {
                   times.begin() + static_cast<std::ptrdiff_t>(place + by + 1));
       expect_sorted(times);
       if (HasFailure()) return;
+    }
+  }
+}
+
+// Blocks of 128 are compared at once.
+TEST(IsAscending, FindsAnyStepBack) {
+  for (const std::size_t size : {2u, 127u, 128u, 129u, 130u, 257u, 300u}) {
+    std::vector<std::int64_t> times(size, 7);
+    EXPECT_TRUE(is_ascending(times));
+    for (std::size_t i = 1; i < size; ++i) {
+      times.assign(size, 7);
+      std::fill(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(i), 8);
+      EXPECT_FALSE(is_ascending(times)) << size << " " << i;
+      std::fill(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(i), 6);
+      EXPECT_TRUE(is_ascending(times)) << size << " " << i;
+    }
+  }
+  EXPECT_TRUE(is_ascending({}));
+}
+
+TEST(IsAscending, HoldsForDifferencesBeyond64Bits) {
+  const std::vector<std::int64_t> ends{INT64_MIN, -(std::int64_t{1} << 62) - 1, -(std::int64_t{1} << 62), -1,
+                                       0,         (std::int64_t{1} << 62) - 1,  std::int64_t{1} << 62,    INT64_MAX};
+  for (const std::int64_t low : ends) {
+    for (const std::int64_t high : ends) {
+      std::vector<std::int64_t> times(300, low);
+      std::fill(times.begin() + 100, times.end(), high);
+      EXPECT_EQ(is_ascending(times), low <= high) << low << " " << high;
     }
   }
 }

@@ -14,6 +14,24 @@ namespace orvo::timing {
 
 namespace detail {
 
+/// True when the times ascend. Without a branch for each, so that compilers compare several at once: below 2^62, a
+/// difference is negative exactly where its sign bit is set.
+inline bool is_ascending(std::span<const std::int64_t> times_ps) {
+  constexpr std::size_t kBlock = 128;
+  constexpr std::uint64_t kNearEnd = std::uint64_t{1} << 62;  // added, it sets the sign bit of times beyond +-2^62
+  const std::int64_t* at = times_ps.data();
+  std::size_t left = times_ps.size();
+  for (; left > kBlock; left -= kBlock, at += kBlock) {
+    std::uint64_t signs = static_cast<std::uint64_t>(at[0]) + kNearEnd;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      const auto next = static_cast<std::uint64_t>(at[i + 1]);
+      signs |= (next - static_cast<std::uint64_t>(at[i])) | (next + kNearEnd);
+    }
+    if (signs >> 63 != 0 && !std::is_sorted(at, at + kBlock + 1)) return false;
+  }
+  return std::is_sorted(at, at + left);
+}
+
 /// Where ascending runs of times begin, and the end. Times that are late by a few places are moved to theirs; a step
 /// back farther than that begins a run. Empty when the times are in disorder: so many steps back, or runs so short,
 /// that a sort of everything costs less than going on. The times are all there in any case.
@@ -64,6 +82,7 @@ concept ContiguousTimes = std::convertible_to<const Times&, std::span<const std:
 /// Sorts times in place: what the functions for sorted lists ask for. Fast where times are in order or nearly so, as
 /// recorded ones are, or start anew where a recording was taken up again; never slower than std::sort by much.
 inline void sort_times(std::span<std::int64_t> times_ps) {
+  if (detail::is_ascending(times_ps)) return;
   std::vector<std::size_t> runs = detail::ascending_runs(times_ps);
   if (runs.empty()) {
     std::sort(times_ps.begin(), times_ps.end());
@@ -76,7 +95,7 @@ inline void sort_times(std::span<std::int64_t> times_ps) {
 class SortedTimes {
  public:
   explicit SortedTimes(std::span<const std::int64_t> times_ps) : view_(times_ps) {
-    if (std::is_sorted(times_ps.begin(), times_ps.end())) return;
+    if (detail::is_ascending(times_ps)) return;
     std::memcpy(copy_.prepare(times_ps.size()), times_ps.data(), times_ps.size_bytes());
     copy_.commit(copy_.times().data() + times_ps.size());
     sort_times(copy_.times());

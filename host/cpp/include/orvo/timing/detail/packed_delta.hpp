@@ -43,7 +43,7 @@ bool lock_packed_alignment(StreamDecoder& decoder, PackedLayout layout, Observer
   return false;
 }
 
-/// Tags per channel of one call.
+/// Tags per channel of one call. Those of chained records count in internal recordings only: no other lock is judged.
 using ChannelCounts = std::array<std::uint64_t, kChannels>;
 
 /// A wrong alignment decodes noise, which spreads unevenly over the channels. Judged in internal recordings of two or
@@ -88,6 +88,7 @@ class PackedRecords {
 template <TagSink Sink, PayloadObserver Observer>
 std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
                                      std::uint64_t k, ChannelCounts& emitted, Sink& sink, Observer& observer) {
+  constexpr std::uint64_t kNoGap = UINT64_MAX;  // none is as long
   if (decoder.pk_sync_left > 0) return k;
   // A shorter difference is no step back, has no wrap step in it and is not implausible: what is left of the rules is
   // adding up. For channels of which that is not true, no difference is short enough.
@@ -103,30 +104,47 @@ std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& 
   const std::uint64_t end = records.fast_size();
   std::array<std::int64_t, kChannels> last_ps = decoder.pk_last_time;
   std::array<std::uint64_t, kChannels> overflow = decoder.pk_overflow;
-  std::array<std::uint64_t, kChannels> last_gap_ps = decoder.pk_last_delta;
-  ChannelCounts taken{};
+  std::array<std::uint64_t, kChannels> last_gap_ps;
+  last_gap_ps.fill(kNoGap);
+  ChannelCounts taken{};  // in internal recordings, where a lock is judged by it
+  // Data records of most channels need no question but their kind, which is channel and flag: no payload is too long
+  // for them while no overflow waits.
+  const std::uint32_t all_ones = fixed.layout.all_ones();
+  const std::uint64_t longest_ps = packed_gap_ps(fixed, 0, all_ones);
+  const auto plain_kind = [&](unsigned c) { return longest_ps < limit_ps[c] ? 1u << 2 * c : 0u; };
+  unsigned plain_kinds = 0;
+  for (unsigned c = 0; c < kChannels; ++c) plain_kinds |= overflow[c] == 0 ? plain_kind(c) : 0u;
+  const unsigned unused_bits = 64 - fixed.layout.width();
   for (std::uint64_t bit = records.position(k); k < end; ++k, bit += fixed.layout.width()) {
-    const auto [c, flag, payload] = leading_packed_record(load_be64(bytes + bit / 8) << (bit % 8), fixed.layout);
-    if (flag) {
-      if (payload == fixed.layout.all_ones() || limit_ps[c] == 0) break;
-      overflow[c] += payload;
-      observer.passed(PayloadClass::overflow, fixed.layout.width());
-      continue;
+    const std::uint64_t record = load_be64(bytes + bit / 8) << (bit % 8) >> unused_bits;
+    const auto kind = static_cast<unsigned>(record >> fixed.layout.delta_bits);
+    const auto payload = static_cast<std::uint32_t>(record) & all_ones;
+    const unsigned c = kind >> 1 & 3;
+    std::uint64_t gap_ps = packed_gap_ps(fixed, 0, payload);
+    if ((plain_kinds >> kind & 1) == 0) {
+      if ((kind & 1) != 0) {
+        if (payload == all_ones || limit_ps[c] == 0) break;
+        overflow[c] += payload;
+        plain_kinds &= ~(1u << 2 * c);
+        observer.passed(PayloadClass::overflow, fixed.layout.width());
+        continue;
+      }
+      gap_ps = packed_gap_ps(fixed, overflow[c], payload);
+      if (gap_ps >= limit_ps[c]) break;
+      overflow[c] = 0;
+      plain_kinds |= plain_kind(c);
     }
-    const std::uint64_t gap_ps = packed_gap_ps(fixed, overflow[c], payload);
-    if (gap_ps >= limit_ps[c]) break;
-    overflow[c] = 0;
     last_ps[c] = add_wrapping(last_ps[c], gap_ps);
     last_gap_ps[c] = gap_ps;
-    ++taken[c];
+    if (fixed.internal) ++taken[c];
     observer.tag(c);
     sink.add(c, last_ps[c]);
   }
   decoder.pk_overflow = overflow;
-  decoder.pk_last_delta = last_gap_ps;
   for (unsigned c = 0; c < kChannels; ++c) {
-    if (taken[c] == 0) continue;
+    if (last_gap_ps[c] == kNoGap) continue;
     emitted[c] += taken[c];
+    decoder.pk_last_delta[c] = last_gap_ps[c];
     decoder.pk_last_time[c] = decoder.pk_emitted_time[c] = last_ps[c];
     decoder.pk_has_emitted[c] = true;
   }

@@ -27,7 +27,7 @@ class SortedTail {
     list_.commit(end);
     const std::span<std::int64_t> fresh = list_.times().subspan(held);
     if (fresh.empty()) return 0;
-    if (!std::is_sorted(fresh.begin(), fresh.end())) sort_times(fresh);
+    sort_times(fresh);
     const auto first = std::lower_bound(fresh.begin(), fresh.end(), from_ps);
     const auto late = static_cast<std::size_t>(first - fresh.begin());
     if (late != 0) {
