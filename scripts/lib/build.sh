@@ -19,11 +19,17 @@ need_for_programs() {
   need_header libcli11-dev "CLI11" CLI/CLI.hpp
 }
 
-# What the tests need: one line each.
+# What the tests need, those of the pages included: one line each.
 need_for_tests() {
   need_header libgtest-dev "GoogleTest" gtest/gtest.h
   need_header libgmock-dev "GoogleMock" gmock/gmock.h
   need_header libkissfft-dev "KissFFT" kissfft/kiss_fftr.h
+  want need_command python3 "Python" python3
+  need_command pkgconf "pkg-config" pkg-config pkgconf
+  want need_command groff-base "groff" groff
+  want need_command parallel "GNU parallel" parallel
+  want need_python_module python3-pandas "pandas" pandas
+  want need_python_module python3-matplotlib "Matplotlib" matplotlib
 }
 
 # What a preset of CMakePresets.json needs to be built; fails if there is none of that name.

@@ -5,6 +5,7 @@
 
 missing_packages=()  # Debian's names
 missing_tools=()     # what a person looks for on another system
+wanted_packages=()   # installed where that is allowed, done without elsewhere
 
 # The comment at the head of the script.
 usage() {
@@ -16,13 +17,23 @@ usage() {
 
 say() { printf '%s: %s\n' "$script_name" "$*" >&2; }
 
+# An installed package may still not be found, as a module of another Python is not: to install it again is of no use.
+is_installed() { [[ $(dpkg-query --show --showformat='${Status}' "$1" 2>/dev/null) == "install ok installed" ]]; }
+
+# note_missing PACKAGE TOOL: once.
 note_missing() {
-  local package
-  for package in ${missing_packages[@]+"${missing_packages[@]}"}; do
-    if [[ $package == "$1" ]]; then return; fi
-  done
-  missing_packages+=("$1")
-  missing_tools+=("$2")
+  if [[ -n ${is_wanted_only-} ]]; then
+    if [[ " ${wanted_packages[*]-} " != *" $1 "* ]] && ! is_installed "$1"; then wanted_packages+=("$1"); fi
+  elif [[ " ${missing_packages[*]-} " != *" $1 "* ]]; then
+    missing_packages+=("$1")
+    missing_tools+=("$2")
+  fi
+}
+
+# want need_...: what is missing is no obstacle, tests that need it are skipped.
+want() {
+  local is_wanted_only=yes
+  "$@"
 }
 
 # need_command PACKAGE TOOL COMMAND...: any one of the commands will do.
@@ -40,6 +51,14 @@ need_header() {
   if [[ -e /usr/include/$3 || -e /usr/local/include/$3 ]]; then return; fi
   local probe="__has_include(<$3>)"
   if command -v g++ >/dev/null && printf '#if !%s\n#error\n#endif\n' "$probe" | g++ -x c++ -E - >/dev/null 2>&1; then
+    return
+  fi
+  note_missing "$1" "$2"
+}
+
+# need_python_module PACKAGE TOOL MODULE
+need_python_module() {
+  if python3 -c 'import importlib.util, sys; sys.exit(not importlib.util.find_spec(sys.argv[1]))' "$3" 2>/dev/null; then
     return
   fi
   note_missing "$1" "$2"
@@ -77,15 +96,23 @@ install_line() {
 }
 
 install_packages() {
-  say "installing ${missing_packages[*]}"
+  say "installing $*"
   local apt_get=(env DEBIAN_FRONTEND=noninteractive apt-get --yes -o DPkg::Lock::Timeout=300)
   # Package lists that cannot be refreshed may still do.
   as_root "${apt_get[@]}" update || true
-  as_root "${apt_get[@]}" install --no-install-recommends "${missing_packages[@]}"
+  as_root "${apt_get[@]}" install --no-install-recommends "$@"
 }
 
 # Installs what the need_... calls found missing, or says what to do and ends the script with status 69.
 provide_missing() {
+  provide_needed
+  if ((${#wanted_packages[@]} == 0)); then return; fi
+  if ! command -v apt-get >/dev/null || ! may_install || ! install_packages "${wanted_packages[@]}" </dev/null >&2; then
+    say "going on without: ${wanted_packages[*]}"
+  fi
+}
+
+provide_needed() {
   if ((${#missing_packages[@]} == 0)); then return; fi
   if ! command -v apt-get >/dev/null; then
     say "missing, and there is no apt-get here to install them with:"
@@ -94,7 +121,7 @@ provide_missing() {
     exit 69
   fi
   if may_install; then
-    if install_packages </dev/null >&2; then
+    if install_packages "${missing_packages[@]}" </dev/null >&2; then
       missing_packages=() missing_tools=()
       hash -r
       return

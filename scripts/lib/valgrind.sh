@@ -1,29 +1,30 @@
 # shellcheck shell=bash
-# The dev build under Valgrind's memcheck: one CTest entry for each of its test programs, and one for each of some
+# The dev build under Valgrind's memcheck: its test programs, each in parts that together run every case once, and some
 # captures that the simulator writes and the tool verifies, both under Valgrind.
 # Sourced, by a script that has set root, the checkout's absolute path.
 : "${root:?}"
 
 readonly memcheck='"valgrind" "--quiet" "--error-exitcode=99" "--leak-check=full" "--errors-for-leak-kinds=definite"'
 
-# The entries of a generated CTestTestfile.cmake, on standard input, each with valgrind before its program.
-entries_under_valgrind() {
-  local line
-  local -r after_name=']=] "'
-  while IFS= read -r line; do
-    if [[ $line == "subdirs("* ]]; then continue; fi  # those below have no test programs
-    if [[ $line == "add_test("*"$after_name"* ]]; then
-      line="${line%%"$after_name"*}]=] $memcheck \"${line#*"$after_name"}"
-    fi
-    printf '%s\n' "$line"
+# Valgrind takes a second to start a program, a case alone much less: so many starts for each.
+readonly parts=8
+
+# CTest entries for the programs on standard input, each line "<program> <lock or none>"; see orvo_add_tests.
+programs_under_valgrind() {
+  local program lock part name
+  while read -r program lock; do
+    for ((part = 0; part < parts; ++part)); do
+      name="${program##*/}_$((part + 1))_of_$parts"
+      printf 'add_test([=[%s]=] %s "%s")\n' "$name" "$memcheck" "$program"
+      printf 'set_tests_properties([=[%s]=] PROPERTIES ENVIRONMENT "%s"' "$name" \
+        "GTEST_TOTAL_SHARDS=$parts;GTEST_SHARD_INDEX=$part"
+      if [[ $lock != none ]]; then printf ' RESOURCE_LOCK %s' "$lock"; fi
+      printf ')\n'
+    done
   done
 }
 
-# Left out: the programs of run/, which start the tool as a program of its own (those of tools/ run it in
-# process), the random comparisons of reference/, which would take hours, and what builds with flags of its own.
-readonly not_under_valgrind='^(run|reference|docs|package|hardening|made_by)_'
-
-# Left out as well: what Valgrind cannot do. Its long double is a double, and an allocation that fails in it
+# Left out: what Valgrind cannot do. Its long double is a double, and an allocation that fails in it
 # ends the program.
 readonly tests_valgrind_cannot_run=(
   XcorrRms.RoundsTheMeanToADoubleFirst
@@ -73,10 +74,10 @@ all_but_those_valgrind_cannot_run() {
 }
 
 run_under_valgrind() {
-  local -r entries=$root/build/dev/host/cpp/tests/CTestTestfile.cmake
-  local -r under_valgrind=$root/build/valgrind/CTestTestfile.cmake
+  local -r programs=$root/build/dev/under_valgrind.txt
+  local -r entries=$root/build/valgrind/CTestTestfile.cmake
   mkdir -p -- "$root/build/valgrind" &&
-    { entries_under_valgrind <"$entries" && captures_under_valgrind; } >"$under_valgrind" &&
+    { programs_under_valgrind <"$programs" && captures_under_valgrind; } >"$entries" &&
     GTEST_FILTER=$(all_but_those_valgrind_cannot_run) ctest --test-dir "$root/build/valgrind" \
-      --exclude-regex "$not_under_valgrind" --output-on-failure --no-tests=error -j 2
+      --output-on-failure --no-tests=error -j 2
 }

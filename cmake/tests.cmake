@@ -1,0 +1,73 @@
+# Test programs; see the list of folders in host/cpp/tests.
+include(GoogleTest)
+
+# So many sources of tests are compiled as one. More at a time take less in all, but more after an edit.
+set(orvo_tests_at_a_time 8)
+
+# orvo_add_tests(<folder> [LIBRARIES <target>...] [SHARES_PRODUCT_ROOT] [NOT_UNDER_VALGRIND])
+#
+# <folder>_tests is one program of all <name>_test.cpp of a folder, each of whose cases is a CTest entry. Its sources are
+# compiled several at a time. <folder>_<name>_test, which is built only when it is asked for, is the program of one file:
+# ninja <folder>_<name>_test takes seconds. Cases that share the product root on disk run one after the other.
+function(orvo_add_tests folder)
+  cmake_parse_arguments(PARSE_ARGV 1 tests "SHARES_PRODUCT_ROOT;NOT_UNDER_VALGRIND" "" "LIBRARIES")
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp")
+  set(properties LABELS ${folder})
+  set(lock none)
+  if(tests_SHARES_PRODUCT_ROOT)
+    set(lock product_root)
+    list(APPEND properties RESOURCE_LOCK ${lock} COST 100)  # the longest queue starts first
+  endif()
+
+  orvo_join_tests(joined ${folder} ${sources})
+  orvo_add_test_program(${folder}_tests ${joined})
+  gtest_discover_tests(${folder}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    TEST_PREFIX "${folder}." PROPERTIES ${properties})
+  if(NOT tests_NOT_UNDER_VALGRIND)
+    set_property(GLOBAL APPEND_STRING PROPERTY orvo_under_valgrind "$<TARGET_FILE:${folder}_tests> ${lock}\n")
+  endif()
+  foreach(source IN LISTS sources)
+    cmake_path(GET source STEM stem)
+    orvo_add_test_program(${folder}_${stem} "${source}")
+    set_target_properties(${folder}_${stem} PROPERTIES EXCLUDE_FROM_ALL ON)
+  endforeach()
+endfunction()
+
+# A program of tests of `folder` and orvo_add_tests' arguments.
+function(orvo_add_test_program name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE orvo_test_settings ${tests_LIBRARIES})
+  target_precompile_headers(${name} REUSE_FROM orvo_test_headers)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/test_bin")
+  if(tests_SHARES_PRODUCT_ROOT)
+    add_dependencies(${name} verify_under_test vq_simulate_stream_file)
+  endif()
+endfunction()
+
+# Sets `result` to generated sources, each of which holds some of the given ones. A source that has macros of its own stays
+# by itself: it would change those after it.
+function(orvo_join_tests result folder)
+  set(joined)
+  set(batch)
+  set(alone)
+  foreach(source IN LISTS ARGN)
+    file(STRINGS "${source}" macros REGEX "^#(define|undef) ")
+    if(macros)
+      list(APPEND alone "${source}")
+    else()
+      list(APPEND batch "${source}")
+    endif()
+  endforeach()
+  while(batch)
+    list(SUBLIST batch 0 ${orvo_tests_at_a_time} sources)
+    list(REMOVE_ITEM batch ${sources})
+    list(LENGTH joined number)
+    set(file "${CMAKE_CURRENT_BINARY_DIR}/joined/${folder}_${number}.cpp")
+    add_custom_command(OUTPUT "${file}"
+      COMMAND "${CMAKE_COMMAND}" "-DJOINED=${file}" "-DSOURCES=${sources}" -P "${PROJECT_SOURCE_DIR}/cmake/join_tests.cmake"
+      DEPENDS ${sources} "${PROJECT_SOURCE_DIR}/cmake/join_tests.cmake"
+      COMMENT "Joining tests into ${folder}_${number}.cpp" VERBATIM)
+    list(APPEND joined "${file}")
+  endwhile()
+  set(${result} ${joined} ${alone} PARENT_SCOPE)
+endfunction()
