@@ -17,6 +17,7 @@ need_any_compiler() {
 # What the programs need: one line each.
 need_for_programs() {
   need_header libcli11-dev "CLI11" CLI/CLI.hpp
+  need_header nlohmann-json3-dev "nlohmann/json" nlohmann/json.hpp
 }
 
 # What the tests need, those of the pages included: one line each.
