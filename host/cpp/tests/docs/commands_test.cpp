@@ -18,8 +18,8 @@ namespace {
 
 using namespace orvo::test;
 
-/// The tests' product root serves as the checkout: `scripts/verify`, the library's headers, both programs on the
-/// PATH.
+/// The tests' product root serves as the checkout: `scripts/verify`, the library's headers, the examples, both
+/// programs on the PATH.
 class Commands : public ProductRoot, public testing::WithParamInterface<std::string> {
  protected:
   Commands() {
@@ -27,6 +27,7 @@ class Commands : public ProductRoot, public testing::WithParamInterface<std::str
     fs::permissions(root() / "scripts/verify", fs::perms::owner_all);
     fs::create_directories(root() / "host/cpp");
     fs::create_directory_symlink(checkout() / "host/cpp/include", root() / "host/cpp/include");
+    fs::create_directory_symlink(checkout() / "examples", root() / "examples");
     fs::create_symlink(ORVO_TEST_TOOL, programs_ / "vq_verify_stream_file_xcorr");
     fs::create_symlink(ORVO_TEST_SIMULATOR, programs_ / "vq_simulate_stream_file");
     fs::create_symlink(ORVO_TEST_INSPECTOR, programs_ / "vq_inspect_stream_file");
