@@ -50,7 +50,7 @@ std::uint64_t fnv1a(const std::string& bytes) {
   return hash;
 }
 
-// Sizes and hashes from simulate/derive.py, which simulates this capture by itself.
+// Sizes and hashes from simulate/derive_captures.py, which simulates this capture by itself.
 TEST_F(SimulatedFiles, AreTheSameForEver) {
   struct Expected {
     Arguments encoding;

@@ -15,21 +15,21 @@ double as_double(std::uint64_t exponential) {
   return std::ldexp(static_cast<double>(exponential), -58);
 }
 
-// The numbers of derive.py.
+// The numbers of derive_captures.py.
 TEST(Random, AlwaysDrawsTheSame) {
   Random random(1);
   const std::vector<std::uint64_t> drawn{random.next(), random.next(), random.next()};
   EXPECT_THAT(drawn, ElementsAre(0x987e7e31fc95735b, 0x8291b762cc3c274c, 0x0d992eb33f73987e));
 }
 
-// The numbers of derive.py.
+// The numbers of derive_captures.py.
 TEST(Random, AlwaysDrawsTheSameExponentials) {
   Random random(1);
   const std::vector<std::uint64_t> drawn{exponential(random), exponential(random), exponential(random)};
   EXPECT_THAT(drawn, ElementsAre(149318168135481741, 194058034317977650, 846021754461799623));
 }
 
-// The numbers of derive.py.
+// The numbers of derive_captures.py.
 TEST(Random, AlwaysDrawsTheSameJitter) {
   Random random(1);
   GaussianJitter jitter(1'000'000);

@@ -2,10 +2,15 @@
 """Derives the literal numbers of the simulator's tests: an independent simulation of one small capture.
 
 Written from the description of the generator (random.hpp, event_source.hpp) and from the capture format, with Python's
-integers and doubles; nothing of the simulator runs here. Prints the first random numbers of a seed, and the FNV-1a hash
-of the whole capture file in each encoding.
+integers and doubles; nothing of the simulator runs here. The first random numbers of a seed, and the FNV-1a hash of the
+whole capture file in each encoding.
+
+    python3 derive_captures.py          prints them
+    python3 derive_captures.py --check  prints those that the tests do not have; status 1 when there are any
 """
 import math
+import sys
+from pathlib import Path
 
 M64 = (1 << 64) - 1
 
@@ -195,13 +200,26 @@ def fnv1a(data):
     return value
 
 
-random = Random(1)
-print("seed 1:", ", ".join(f"{random.next():#018x}" for _ in range(3)))
-random = Random(1)
-print("exponential of seed 1:", ", ".join(str(exponential(random)) for _ in range(3)))
-random, jitter = Random(1), Jitter(1000000)
-print("jitter of seed 1:", ", ".join(str(jitter.next(random)) for _ in range(4)))
-for name, capture in (("raw64", raw64()), ("raw_cf", raw_cf()), ("delta32", delta32()), ("packed_delta", packed())):
-    json, payload = capture
-    data = b"TAGCAP1\n" + len(json).to_bytes(4, "little") + json + payload
-    print(f"{name}: {len(data)} bytes, {fnv1a(data):#018x}")
+def derived():
+    """The test that has the numbers, what they are, and the numbers as they stand there."""
+    random = Random(1)
+    yield "simulate/random_test.cpp", "seed 1", ", ".join(f"{random.next():#018x}" for _ in range(3))
+    random = Random(1)
+    yield "simulate/random_test.cpp", "exponential of seed 1", ", ".join(str(exponential(random)) for _ in range(3))
+    random, jitter = Random(1), Jitter(1000000)
+    yield "simulate/random_test.cpp", "jitter of seed 1", ", ".join(str(jitter.next(random)) for _ in range(4))
+    for name, capture in (("raw64", raw64), ("raw_cf", raw_cf), ("delta32", delta32), ("packed_delta", packed)):
+        json, payload = capture()
+        data = b"TAGCAP1\n" + len(json).to_bytes(4, "little") + json + payload
+        yield "run/simulated_files_test.cpp", f"{name}: bytes and hash", f"{len(data)}, {fnv1a(data):#018x}"
+
+
+tests = Path(__file__).parent.parent
+check = sys.argv[1:] == ["--check"]
+missing = False
+for test, name, numbers in derived():
+    if check and numbers in (tests / test).read_text():
+        continue
+    print(f"{test}, {name}: {numbers}")
+    missing = True
+sys.exit(check and missing)
