@@ -18,6 +18,7 @@ need_any_compiler() {
 need_for_programs() {
   need_header libcli11-dev "CLI11" CLI/CLI.hpp
   need_header nlohmann-json3-dev "nlohmann/json" nlohmann/json.hpp
+  if [[ ! -e /usr/share/javascript/dygraphs/dygraph.min.js ]]; then note_missing libjs-dygraphs "Dygraphs"; fi
 }
 
 # What the tests need, those of the pages included: one line each.

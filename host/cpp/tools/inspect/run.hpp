@@ -14,6 +14,7 @@
 #include "inspect/judgement.hpp"
 #include "inspect/options.hpp"
 #include "inspect/report_file.hpp"
+#include "inspect/report_html.hpp"
 #include "inspect/report_json.hpp"
 #include "inspect/report_text.hpp"
 
@@ -25,16 +26,17 @@ constexpr int kExitNotHealthy = 2;
 /// Inspects captures one by one, and writes what was asked for.
 class InspectionRun {
  public:
-  InspectionRun(const Options& options, const Console& console) : options_(options), console_(console) {
-    if (!options.json.empty()) json_ = std::make_unique<ReportFile>(options.json, console.out);
-  }
+  InspectionRun(const Options& options, const Console& console) : options_(options), console_(console) {}
 
   /// To the exit status. Throws what reports fail with.
   int run() {
-    if (json_ && several()) json_->write("[");
+    if (several() && !options_.json.empty()) json_array_ = std::make_unique<ReportFile>(options_.json, console_.out);
+    if (json_array_) json_array_->write("[");
     for (const std::string& path : options_.captures) inspect(path);
-    if (json_ && several()) json_->write(reports_ == 0 ? "]\n" : "\n]\n");
-    if (json_ && (several() || reports_ != 0)) json_->complete();
+    if (json_array_) {
+      json_array_->write(reports_ == 0 ? "]\n" : "\n]\n");
+      json_array_->complete();
+    }
     if (prints() && !console_.out.flush()) {
       throw orvo::timing::Error("cannot write to standard output", orvo::timing::kFileFailure);
     }
@@ -44,8 +46,8 @@ class InspectionRun {
 
  private:
   bool several() const { return options_.captures.size() > 1; }
-  /// A report of standard output's own would not be one any more with another text beside it.
-  bool prints() const { return !options_.quiet && options_.json != "-"; }
+  /// A report that is standard output would not be one any more with another text beside it.
+  bool prints() const { return !options_.quiet && options_.json != "-" && options_.html != "-"; }
 
   /// A capture that cannot be read is told on standard error, and the others are still inspected.
   void inspect(const std::string& path) {
@@ -58,27 +60,38 @@ class InspectionRun {
       failed_ = true;
       return;
     }
-    report(*inspection, judge(*inspection));
-  }
-
-  void report(const Inspection& of, const Findings& findings) {
+    const Findings findings = judge(*inspection);
     all_healthy_ = all_healthy_ && verdict_of(findings) == "healthy";
-    if (prints() && several()) {
-      print_line(console_.out, of, findings);
-      print_findings(console_.out, findings);
-    } else if (prints()) {
-      print_report(console_.out, of, findings);
-    }
-    if (json_) {
-      if (several()) json_->write(reports_ == 0 ? "\n" : ",\n");
-      json_->write(json_text(json_report(of, findings)) + (several() ? "" : "\n"));
+    if (several()) {
+      add_report(*inspection, findings);
+    } else {
+      write_reports(*inspection, findings);
     }
     ++reports_;
   }
 
+  void add_report(const Inspection& of, const Findings& findings) {
+    if (prints()) {
+      print_line(console_.out, of, findings);
+      print_findings(console_.out, findings);
+    }
+    if (json_array_) json_array_->write((reports_ == 0 ? "\n" : ",\n") + json_text(json_report(of, findings)));
+  }
+
+  void write_reports(const Inspection& of, const Findings& findings) {
+    if (prints()) print_report(console_.out, of, findings);
+    if (!options_.html.empty()) write_report(options_.html, html_report(of, findings));
+    if (!options_.json.empty()) write_report(options_.json, json_text(json_report(of, findings)) + '\n');
+  }
+  void write_report(const std::string& path, const std::string& text) {
+    ReportFile file(path, console_.out);
+    file.write(text);
+    file.complete();
+  }
+
   const Options& options_;
   const Console& console_;
-  std::unique_ptr<ReportFile> json_;
+  std::unique_ptr<ReportFile> json_array_;  // of several captures
   std::size_t reports_ = 0;
   bool failed_ = false;
   bool all_healthy_ = true;

@@ -1,0 +1,207 @@
+#pragma once
+// Part of vq_inspect_stream_file: file-local throughout.
+// The report as a page that opens without a network: verdict, findings and facts as text, and numbers for the plots.
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include "inspect/finding.hpp"
+#include "inspect/inspection.hpp"
+#include "inspect/numbers.hpp"
+#include "inspect/page_parts.hpp"
+#include "inspect/payload_classes.hpp"
+#include "orvo/timing/payload_loss.hpp"
+#include "orvo/timing/stream_header_json.hpp"
+#include "orvo/timing/time_tag.hpp"
+
+namespace {
+
+/// Text as it may stand anywhere in a page, cut to a bearable length: nothing in it can become markup.
+inline std::string html_text(std::string_view text) {
+  constexpr std::size_t kMost = 1000;
+  std::string out;
+  for (const char c : text.substr(0, kMost)) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += static_cast<unsigned char>(c) < ' ' || c == 0x7F ? '?' : c;
+    }
+  }
+  return text.size() > kMost ? out + "..." : out;
+}
+
+/// The numbers of the plots: no text of the capture is among them.
+inline std::string plot_numbers(const Inspection& of) {
+  const CaptureFacts& facts = of.facts();
+  nlohmann::ordered_json json;
+  for (const ChannelFacts& channel : facts.channels) json["tags"].push_back(channel.tags());
+  const bool any = facts.trace.size() != 0;
+  json["rates"]["slice_s"] = static_cast<double>(facts.trace.slice_ps()) * 1e-12;
+  json["rates"]["start_s"] =
+      any ? (static_cast<double>(facts.trace.start_ps()) - static_cast<double>(facts.first_ps())) * 1e-12 : 0.0;
+  json["rates"]["counts"] = nlohmann::ordered_json::array();
+  json["intervals"]["counts"] = nlohmann::ordered_json::array();
+  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+    json["rates"]["counts"].push_back(facts.trace.counts(c));
+    json["intervals"]["counts"].push_back(facts.channels[c].intervals());
+  }
+  json["intervals"]["bin_low_ps"] = kIntervalBinLows;
+  const auto unit = static_cast<double>(of.units_per_byte());
+  const auto& slices = facts.losses.slices();
+  const std::uint64_t used = of.payload_units() == 0 ? 0 : (of.payload_units() - 1) / facts.losses.slice() + 1;
+  json["losses"]["slice_bytes"] = static_cast<double>(facts.losses.slice()) / unit;
+  json["losses"]["payload_bytes"] = of.input().payload_bytes_read();
+  json["losses"]["lost_bytes"] = nlohmann::ordered_json::array();
+  for (std::size_t i = 0; i < std::min<std::uint64_t>(used, slices.size()); ++i) {
+    json["losses"]["lost_bytes"].push_back(static_cast<double>(slices[i]) / unit);
+  }
+  return json.dump();
+}
+
+/// A part of the page that was put into the program in pieces.
+template <std::size_t Count>
+void write_part(std::ostream& out, const char* const (&pieces)[Count]) {
+  for (const char* const piece : pieces) out << piece;
+}
+
+inline void write_findings(std::ostream& out, const Findings& findings) {
+  if (findings.empty()) out << "<p>Nothing to report.</p>\n";
+  out << "<ul class=\"findings\">\n";
+  for (const Finding& finding : findings) {
+    const std::string level(to_text(finding.level));
+    out << "<li class=\"" << level << "\"><b>" << level << " " << html_text(finding.code) << "</b><span>"
+        << (finding.channel ? "channel " + std::to_string(*finding.channel) + ": " : "") << html_text(finding.text)
+        << "</span></li>\n";
+  }
+  out << "</ul>\n";
+}
+
+inline void write_plot(std::ostream& out, std::string_view id, std::string_view title, std::string_view how) {
+  out << "<section>\n<h2>" << title << "</h2>\n<p class=\"faint\">" << how << "</p>\n<div class=\"controls\" id=\""
+      << id << "-controls\"></div>\n<div class=\"plot\" id=\"" << id << "\"></div>\n<div class=\"values\" id=\"" << id
+      << "-values\"></div>\n</section>\n";
+}
+
+inline void write_row(std::ostream& out, std::initializer_list<std::string> cells, std::string_view tag = "td") {
+  out << "<tr>";
+  for (const std::string& cell : cells) out << '<' << tag << '>' << cell << "</" << tag << '>';
+  out << "</tr>\n";
+}
+
+inline void write_channels(std::ostream& out, const Inspection& of) {
+  const CaptureFacts& facts = of.facts();
+  out << "<section>\n<h2>Channels</h2>\n<div class=\"wide\"><table>\n";
+  write_row(out, {"channel", "tags", "rate", "shortest", "mean", "longest", "grid", "backward", "equal"}, "th");
+  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+    const ChannelFacts& channel = facts.channels[c];
+    if (channel.tags() == 0) continue;
+    const bool forward = channel.forward_steps() != 0;
+    write_row(out, {std::to_string(c), std::to_string(channel.tags()),
+                    facts.duration_ps() == 0 ? "-" : text_of_rate_hz(rate_hz(of, c)),
+                    forward ? for_people(channel.shortest_ps()) : "-",
+                    channel.ranked() == 0 ? "-" : for_people(channel.mean_ps()),
+                    forward ? for_people(channel.longest_ps()) : "-", std::to_string(channel.grid_ps()) + " ps",
+                    std::to_string(channel.backward_steps()), std::to_string(channel.equal_times())});
+  }
+  out << "</table></div>\n</section>\n";
+}
+
+inline void write_losses(std::ostream& out, const Inspection& of, const std::string& unit) {
+  out << "<div class=\"wide\"><table>\n";
+  write_row(out, {"loss", "count", unit}, "th");
+  for (std::size_t i = 0; i < orvo::timing::kLossReasons; ++i) {
+    const auto reason = static_cast<orvo::timing::LossReason>(i);
+    const orvo::timing::LossTally tally = of.account().losses(reason);
+    if (tally.count == 0) continue;
+    write_row(out, {std::string(to_text(reason)), std::to_string(tally.count), std::to_string(tally.size)});
+  }
+  out << "</table></div>\n";
+}
+
+inline void write_payload(std::ostream& out, const Inspection& of) {
+  const std::string unit = of.is_packed() ? "bits" : "bytes";
+  out << "<section>\n<h2>Payload</h2>\n<div class=\"wide\"><table>\n";
+  write_row(out, {"class", unit, "share"}, "th");
+  for (const ClassSize& each : class_sizes(of)) {
+    write_row(out, {std::string(each.name), std::to_string(each.size), percent(each.size, of.payload_units())});
+  }
+  out << "</table></div>\n";
+  if (!of.facts().losses.largest().empty()) write_losses(out, of, unit);
+  out << "</section>\n";
+}
+
+inline void write_file(std::ostream& out, const Inspection& of) {
+  const auto& header = of.header();
+  out << "<section>\n<h2>File</h2>\n<div class=\"wide\"><table>\n";
+  const auto row = [&out](std::string_view name, std::string_view value) {
+    out << "<tr><td>" << name << "</td><td class=\"text\">" << html_text(value) << "</td></tr>\n";
+  };
+  row("path", of.path());
+  row("bytes", std::to_string(of.file_bytes()) + " (" + text_of_bytes(of.file_bytes()) + ")");
+  row("encoding", to_text(header.stream_format));
+  row("mode", to_text(header.mode));
+  row("transport", to_text(header.stream_transport));
+  row("channel mask", std::to_string(header.channel_mask));
+  row("delta_bits", std::to_string(header.delta_bits));
+  row("quantum_ps", std::to_string(header.quantum_ps));
+  row("tag format", header.raw64_tag_format);
+  row("created", header.created_utc);
+  row("program", header.application);
+  row("device", header.device_product);
+  row("serial", header.device_serial);
+  row("port", header.device_port);
+  out << "</table></div>\n</section>\n";
+}
+
+/// The whole page.
+inline std::string html_report(const Inspection& of, const Findings& findings) {
+  const CaptureFacts& facts = of.facts();
+  const std::string verdict(verdict_of(findings));
+  std::ostringstream out;
+  out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+         "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'; "
+         "script-src 'unsafe-inline'; img-src data:\">\n<title>"
+      << verdict << ": " << html_text(of.path()) << "</title>\n<style>\n";
+  write_part(out, kDygraphsStyle);
+  write_part(out, kPageStyle);
+  out << "</style>\n</head>\n<body>\n<h1>" << html_text(of.path()) << "</h1>\n<p class=\"verdict " << verdict << "\">"
+      << verdict << "</p>\n<p>" << facts.tags() << " tags in " << for_people(facts.duration_ps()) << "; "
+      << text_of_bytes(of.file_bytes()) << "; " << to_text(of.header().stream_format) << "</p>\n";
+  write_findings(out, findings);
+  write_plot(out, "rates", "Rates over time",
+             "Tags per second of each channel. Drag to zoom, shift and drag to move, double click to see all.");
+  write_plot(
+      out, "intervals", "Distances between tags of a channel",
+      "How often each distance occurs, both axes logarithmic: random light rises steadily and falls off sharply, "
+      "a periodic channel is one peak.");
+  write_plot(out, "losses", "Losses along the file", "Bytes without tags, by their place in the payload.");
+  write_channels(out, of);
+  write_payload(out, of);
+  write_file(out, of);
+  out << "<script type=\"application/json\" id=\"report\">" << plot_numbers(of) << "</script>\n<script>\n";
+  write_part(out, kDygraphsScript);
+  out << "\n</script>\n<script>\n";
+  write_part(out, kPageScript);
+  out << "</script>\n</body>\n</html>\n";
+  return out.str();
+}
+
+}  // namespace
