@@ -93,8 +93,10 @@ class Page(unittest.TestCase):
         self.assertEqual(self.browser.get_log("browser"), [])
         for entry in self.browser.get_log("performance"):
             message = json.loads(entry["message"])["message"]
-            if message["method"] == "Network.requestWillBeSent":
-                url = message["params"]["request"]["url"]
+            params = message["params"]
+            # The browser asks for icons of its own start page.
+            if message["method"] == "Network.requestWillBeSent" and params.get("documentURL") == "file://" + page:
+                url = params["request"]["url"]
                 self.assertTrue(url == "file://" + page or url.startswith("data:"), url)
 
     def x_range(self, plot):

@@ -75,10 +75,12 @@ inline std::optional<Level> jump_level(const Inspection& of) {
   std::uint64_t rarest = UINT64_MAX;
   unsigned channels = 0;
   bool flipped = false;
-  for (const ChannelFacts& channel : facts.channels) {
+  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+    const ChannelFacts& channel = facts.channels[c];
     if (channel.tags() == 0) continue;
     ++channels;
-    rarest = std::min(rarest, channel.tags());
+    // A channel outside the mask has a few tags because bits flipped: it is not the measure.
+    if ((usual_mask(of) >> c & 1) != 0) rarest = std::min(rarest, channel.tags());
     flipped = flipped || (channel.period_in_two_steps() && channel.steps() >= 34);
   }
   const std::uint64_t jumps = channels >= 2 ? facts.order.jumps() : 0;
