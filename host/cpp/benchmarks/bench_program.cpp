@@ -77,19 +77,21 @@ Paths write_captures(const std::vector<bench::Encoding>& encodings) {
   return paths;
 }
 
-/// Both programs must have found this.
-std::string& found_in(const std::string& path) {
+/// Every program must have found this of one capture at one offset.
+std::string& found_in(const std::string& path, const std::string& offset) {
   static std::map<std::string, std::string> found;
-  return found[path];
+  return found[path + ' ' + offset];
 }
 
-void measure(benchmark::State& state, const std::string& path, const std::string& program,
+/// A run with that offset, or an estimated one if it is empty.
+void measure(benchmark::State& state, const std::string& path, const std::string& offset, const std::string& program,
              const std::vector<std::string>& arguments) {
   Run last;
   for (auto _ : state) last = run(program, arguments, bench::capture_directory().path());
-  if (found_in(path).empty()) found_in(path) = findings(last.out);
-  if (findings(last.out) != found_in(path)) {
-    return bench::fail(state, program + " found\n" + findings(last.out) + "\nand before\n" + found_in(path));
+  std::string& found = found_in(path, offset);
+  if (found.empty()) found = findings(last.out);
+  if (findings(last.out) != found) {
+    return bench::fail(state, program + " found\n" + findings(last.out) + "\nand before\n" + found);
   }
   state.counters["s wall"] = last.cost.wall_seconds;
   state.counters["s cpu"] = last.cost.cpu_seconds;
@@ -130,22 +132,35 @@ void add_decoding_of(const std::string& name, const bench::Lazy<Paths>& paths) {
   bench::add_plain(work, decoding(name, paths, decode_into_lists_plainly))->Iterations(1)->Repetitions(3);
 }
 
+/// The tool with that offset, or an estimated one if it is empty.
+auto verification(const std::string& name, const bench::Lazy<Paths>& paths, const std::string& program,
+                  const std::string& offset) {
+  return [=](benchmark::State& state) {
+    const std::string& path = paths->at(name);
+    measure(state, path, offset, program,
+            {path, "--offset=" + (offset.empty() ? "auto" : offset), "--out-prefix=" + path});
+  };
+}
+
+auto plain_verification(const std::string& name, const bench::Lazy<Paths>& paths, const std::string& offset) {
+  return [=](benchmark::State& state) {
+    const std::string& path = paths->at(name);
+    std::vector<std::string> arguments{path};
+    if (!offset.empty()) arguments.push_back(offset);
+    measure(state, path, offset, ORVO_BENCH_PLAIN_TOOL, arguments);
+  };
+}
+
 void add_verification(const std::string& name, const bench::Lazy<Paths>& paths) {
+  const std::string given = "verify 20 million tags, offset given, " + name;
+  bench::add_fast(given, verification(name, paths, ORVO_BENCH_TOOL, "160"))->Iterations(1)->Repetitions(5);
+  bench::add_plain(given, plain_verification(name, paths, "160"))->Iterations(1)->Repetitions(3);
   const std::string work = "verify 20 million tags, " + name;
-  bench::add_fast(work,
-                  [=](benchmark::State& state) {
-                    const std::string& path = paths->at(name);
-                    measure(state, path, ORVO_BENCH_TOOL, {path, "--out-prefix=" + path});
-                  })
+  bench::add_fast(work, verification(name, paths, ORVO_BENCH_TOOL, ""))->Iterations(1)->Repetitions(5);
+  bench::add_plain(work, plain_verification(name, paths, ""))->Iterations(1)->Repetitions(3);
+  bench::add_fast("verify 20 million tags, in passes, " + name, verification(name, paths, ORVO_BENCH_PASSES_TOOL, ""))
       ->Iterations(1)
       ->Repetitions(5);
-  bench::add_plain(work,
-                   [=](benchmark::State& state) {
-                     const std::string& path = paths->at(name);
-                     measure(state, path, ORVO_BENCH_PLAIN_TOOL, {path});
-                   })
-      ->Iterations(1)
-      ->Repetitions(3);
 }
 
 void verify_synthetic_capture(benchmark::State& state) {

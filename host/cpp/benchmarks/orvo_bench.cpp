@@ -48,8 +48,8 @@ int run() {
   orvo::bench::Table table;
   if (benchmark::RunSpecifiedBenchmarks(&table) == 0) return 64;
   table.print();
-  std::printf("\nBest of interleaved runs; processor time unless marked otherwise. %s; %s; %s\n",
-              processor().c_str(), kCompiler, ORVO_BENCH_BUILD);
+  std::printf("\nBest of interleaved runs; processor time unless marked otherwise. %s; %s; %s\n", processor().c_str(),
+              kCompiler, ORVO_BENCH_BUILD);
   std::printf("Load average %s before, %s after.\n", load_before.c_str(), load_averages().c_str());
   return orvo::bench::failed() ? 1 : 0;
 }

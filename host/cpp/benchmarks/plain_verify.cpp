@@ -1,17 +1,22 @@
 // The verification of a capture with nothing but references: channels 0 and 1, all settings as they are by default.
-// Prints the figures of a summary, in its words, and writes no reports.
+// A second argument is the offset, which else is estimated. Prints the figures of a summary, in its words, and writes
+// no reports.
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "reference/run.hpp"
 #include "support/plain_files.hpp"
 
 int main(int argc, char** argv) {
-  if (argc != 2) return 64;
+  if (argc != 2 && argc != 3) return 64;
   try {
     using namespace orvo::test::reference;
-    const Findings found = correlate<std::int64_t>(orvo::bench::decode_file_plainly(argv[1]), 0, 1, Window{}, true);
+    const bool is_estimated = argc == 2;
+    const Window window{.offset_ps = is_estimated ? 0 : std::stoll(argv[2])};
+    const Findings found =
+        correlate<std::int64_t>(orvo::bench::decode_file_plainly(argv[1]), 0, 1, window, is_estimated);
     const Statistics stats = statistics(found.histogram);
     std::printf("decoded_tags=%llu\n", static_cast<unsigned long long>(found.decoded_tags));
     std::printf("ch0=%llu\n", static_cast<unsigned long long>(found.channel_counts[0]));
