@@ -31,6 +31,8 @@ class StreamFileReader {
   const std::string& header_json() const { return header_json_; }
   /// Position of the first payload byte in the file.
   std::uint64_t payload_offset() const { return payload_offset_; }
+  /// What decodes the open file, for `PayloadAccount::finish`; null until its first payload is asked for.
+  const StreamDecoder* decoder() const { return decoder_.get(); }
 
   /// The next tags in stream order, at most `max_tags`; empty when the payload is exhausted. A file that grows after
   /// its end was read goes on being read: the next call gives what has come since. The payload is read

@@ -1,0 +1,92 @@
+#pragma once
+// Part of vq_convert_stream_file: file-local throughout.
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "common/partial_file.hpp"
+#include "convert/payload_check.hpp"
+#include "convert/settings.hpp"
+#include "orvo/timing/byte_queue.hpp"
+#include "orvo/timing/error.hpp"
+#include "orvo/timing/stream_file_header.hpp"
+#include "orvo/timing/stream_file_writer.hpp"
+#include "orvo/timing/tag_encoder.hpp"
+#include "orvo/timing/time_tag.hpp"
+
+namespace {
+
+/// Tags as a capture, checked while it is written if that is asked for.
+class CaptureOutput {
+ public:
+  /// Throws `Error` when the file cannot be created or nothing can be encoded with this header.
+  CaptureOutput(const Settings& settings, const orvo::timing::StreamFileHeader& header)
+      : encoder_(header, {.anchor_every = settings.encoding.anchor_every, .round = settings.encoding.round}) {
+    if (settings.out != Settings::kPipe) file_.emplace(settings.out);
+    if (settings.verify) check_.emplace(header, settings.encoding.round ? most_rounding_ps(header) : 0);
+    try {
+      writer_.open(file_ ? file_->partial_path().string() : "/dev/stdout", header);
+    } catch (const orvo::timing::Error&) {
+      if (!file_) throw;
+      file_->fail_to_create();
+    }
+  }
+
+  void write(std::span<const orvo::timing::TimeTag> tags) {
+    if (tags.empty()) return;
+    first_channel_ = first_channel_.value_or(tags.front().channel);
+    if (check_) check_->expect(tags);
+    encoder_.encode(tags, payload_);
+    write_payload();
+  }
+
+  void complete() {
+    encoder_.finish(payload_);
+    write_payload();
+    if (check_) check_->finish();
+    try {
+      writer_.close();
+    } catch (const orvo::timing::Error&) {
+      fail_to_write();
+    }
+    if (file_) file_->complete();
+  }
+
+  /// Decoded less converted time, of all tags.
+  std::int64_t axis_ps() const { return first_channel_ ? encoder_.axis_ps(*first_channel_) : 0; }
+  orvo::timing::Rounding rounding() const { return encoder_.rounding(); }
+  std::uint64_t file_bytes() const { return writer_.file_bytes(); }
+  /// Tags that were decoded again; none without the check.
+  std::optional<std::uint64_t> checked_tags() const { return check_ ? std::optional(check_->tags()) : std::nullopt; }
+
+ private:
+  /// Half a quantum; half the distance of two fine codes.
+  static std::int64_t most_rounding_ps(const orvo::timing::StreamFileHeader& header) {
+    if (header.stream_format == orvo::timing::StreamFormat::raw64) return 9;
+    return std::int64_t{1} << orvo::timing::StreamDecoder(header).quantum_shift;
+  }
+
+  void write_payload() {
+    if (check_) check_->add(payload_.bytes(), axis_ps());
+    try {
+      writer_.write(payload_.data(), payload_.size());
+    } catch (const orvo::timing::Error&) {
+      fail_to_write();
+    }
+    payload_.clear();
+  }
+  [[noreturn]] void fail_to_write() const {
+    if (file_) file_->fail_to_write();
+    throw orvo::timing::Error("cannot write all of standard output", orvo::timing::kFileFailure);
+  }
+
+  std::optional<PartialFile> file_;
+  orvo::timing::StreamFileWriter writer_;  // after the file: closed before that goes away
+  orvo::timing::TagEncoder encoder_;
+  std::optional<PayloadCheck> check_;
+  orvo::timing::ByteQueue payload_;
+  std::optional<std::uint8_t> first_channel_;
+};
+
+}  // namespace
