@@ -40,7 +40,8 @@ function(orvo_add_test_program name)
   target_precompile_headers(${name} REUSE_FROM orvo_test_headers)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/test_bin")
   if(tests_SHARES_PRODUCT_ROOT)
-    add_dependencies(${name} verify_under_test vq_simulate_stream_file vq_inspect_stream_file)
+    add_dependencies(${name} verify_under_test vq_simulate_stream_file vq_convert_stream_file
+      vq_inspect_stream_file)
   endif()
 endfunction()
 

@@ -30,6 +30,7 @@ class Commands : public ProductRoot, public testing::WithParamInterface<std::str
     fs::create_directory_symlink(checkout() / "examples", root() / "examples");
     fs::create_symlink(ORVO_TEST_TOOL, programs_ / "vq_verify_stream_file_xcorr");
     fs::create_symlink(ORVO_TEST_SIMULATOR, programs_ / "vq_simulate_stream_file");
+    fs::create_symlink(ORVO_TEST_CONVERTER, programs_ / "vq_convert_stream_file");
     fs::create_symlink(ORVO_TEST_INSPECTOR, programs_ / "vq_inspect_stream_file");
   }
 

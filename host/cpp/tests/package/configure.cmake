@@ -22,6 +22,7 @@ function(configure expected_status expected_lines)
 endfunction()
 
 set(left_out "Left out: vq_simulate_stream_file (missing: libcli11-dev)
+Left out: vq_convert_stream_file (missing: libcli11-dev)
 Left out: vq_inspect_stream_file (missing: libcli11-dev, nlohmann-json3-dev)
 ")
 configure(ok "${left_out}Left out: tests and examples (missing: libcli11-dev, nlohmann-json3-dev, libgmock-dev)\n"
@@ -46,4 +47,5 @@ configure(error "ORVO_BUILD_SIMULATOR=ON asks for vq_simulate_stream_file (missi
 configure(ok "Left out: tests and examples (missing: ORVO_BUILD_TOOLS=ON)\n" -DORVO_BUILD_TOOLS=OFF)
 configure(error "ORVO_BUILD_INSPECTOR=ON asks for vq_inspect_stream_file (missing: nlohmann-json3-dev)\n"
   -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON -DORVO_BUILD_INSPECTOR=ON)
-configure(ok "" -DORVO_BUILD_TESTS=OFF -DORVO_BUILD_SIMULATOR=OFF -DORVO_BUILD_INSPECTOR=OFF)
+configure(ok "" -DORVO_BUILD_TESTS=OFF -DORVO_BUILD_SIMULATOR=OFF -DORVO_BUILD_CONVERTER=OFF
+  -DORVO_BUILD_INSPECTOR=OFF)

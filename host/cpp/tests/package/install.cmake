@@ -10,6 +10,7 @@ file(GLOB pages LIST_DIRECTORIES false RELATIVE "${CHECKOUT}" "${CHECKOUT}/docs/
   "${CHECKOUT}/LICENSE")
 list(TRANSFORM pages PREPEND "share/doc/orvo_timing/")
 set(expected
+  bin/vq_convert_stream_file
   bin/vq_inspect_stream_file
   bin/vq_simulate_stream_file
   bin/vq_verify_stream_file_xcorr
@@ -20,6 +21,7 @@ set(expected
   share/doc/orvo_timing/CHANGELOG.md
   share/doc/orvo_timing/CONTRIBUTING.md
   share/doc/orvo_timing/README.md
+  share/man/man1/vq_convert_stream_file.1
   share/man/man1/vq_inspect_stream_file.1
   share/man/man1/vq_simulate_stream_file.1
   share/man/man1/vq_verify_stream_file_xcorr.1

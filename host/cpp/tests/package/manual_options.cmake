@@ -6,7 +6,7 @@ function(read_page program pattern result)
   set(${result} "${lines}" PARENT_SCOPE)
 endfunction()
 
-foreach(program vq_simulate_stream_file vq_inspect_stream_file)
+foreach(program vq_simulate_stream_file vq_convert_stream_file vq_inspect_stream_file)
   run("${TOOLS}/${program}" --help)
   string(REGEX MATCHALL "\n  --[a-z-]+" options "${output}")
   list(TRANSFORM options REPLACE "^\n  --" "")

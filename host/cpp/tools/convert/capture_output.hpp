@@ -1,6 +1,8 @@
 #pragma once
 // Part of vq_convert_stream_file: file-local throughout.
+#include <array>
 #include <cstdint>
+#include <future>
 #include <optional>
 #include <span>
 #include <string>
@@ -33,17 +35,18 @@ class CaptureOutput {
     }
   }
 
+  /// The tags have to stay as they are until the next call has ended.
   void write(std::span<const orvo::timing::TimeTag> tags) {
-    if (tags.empty()) return;
+    if (tags.empty()) return await_check();
     first_channel_ = first_channel_.value_or(tags.front().channel);
-    if (check_) check_->expect(tags);
-    encoder_.encode(tags, payload_);
-    write_payload();
+    encoder_.encode(tags, payload());
+    write_payload(tags);
   }
 
   void complete() {
-    encoder_.finish(payload_);
-    write_payload();
+    encoder_.finish(payload());
+    write_payload({});
+    await_check();
     if (check_) check_->finish();
     try {
       writer_.close();
@@ -67,14 +70,28 @@ class CaptureOutput {
     return std::int64_t{1} << orvo::timing::StreamDecoder(header).quantum_shift;
   }
 
-  void write_payload() {
-    if (check_) check_->add(payload_.bytes(), axis_ps());
+  orvo::timing::ByteQueue& payload() { return payloads_[turn_]; }
+
+  /// Writes the payload of the tags while a second thread checks it.
+  void write_payload(std::span<const orvo::timing::TimeTag> tags) {
+    await_check();
+    if (check_) {
+      running_check_ = std::async(std::launch::async, [this, tags, bytes = payload().bytes(), axis = axis_ps()] {
+        check_->expect(tags);
+        check_->add(bytes, axis);
+      });
+    }
     try {
-      writer_.write(payload_.data(), payload_.size());
+      writer_.write(payload().data(), payload().size());
     } catch (const orvo::timing::Error&) {
       fail_to_write();
     }
-    payload_.clear();
+    turn_ = 1 - turn_;
+    payload().clear();
+  }
+  /// Throws what the check throws.
+  void await_check() {
+    if (running_check_.valid()) running_check_.get();
   }
   [[noreturn]] void fail_to_write() const {
     if (file_) file_->fail_to_write();
@@ -85,8 +102,10 @@ class CaptureOutput {
   orvo::timing::StreamFileWriter writer_;  // after the file: closed before that goes away
   orvo::timing::TagEncoder encoder_;
   std::optional<PayloadCheck> check_;
-  orvo::timing::ByteQueue payload_;
+  std::array<orvo::timing::ByteQueue, 2> payloads_;  // one is filled while the other is checked
+  unsigned turn_ = 0;
   std::optional<std::uint8_t> first_channel_;
+  std::future<void> running_check_;  // last: it uses the others until it has ended
 };
 
 }  // namespace

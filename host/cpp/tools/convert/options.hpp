@@ -151,8 +151,7 @@ class Options {
     app_->add_option("--shift", shifts_, "move the tags of a channel, or of all; once for each")
         ->check(checked_by(channel_shift_from, "a channel and a time, as in 1=-35ns or all=1us"))
         ->type_name("CHANNEL=TIME")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
     app_->add_option("--swap", swaps_, "exchange two channels")
         ->check(checked_by(
             [](std::string_view text) {
@@ -161,8 +160,7 @@ class Options {
             },
             "two channels from 0 to 3, as in 0,1"))
         ->type_name("CHANNEL,CHANNEL")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
     add_time(*app_, "--sort", sort_ps_, {0, kMostPs}, "bring into order tags that are late by no more than this")
         ->default_str("");
   }

@@ -68,27 +68,36 @@ class TagStream {
 
   TagSource& source() { return source_; }
 
-  /// The next tags, valid until the next call; nothing at the end. There may be none before that.
+  /// The next tags, valid until the next but one call; nothing at the end. There may be none before that.
   std::optional<std::span<const orvo::timing::TimeTag>> next() {
     if (ended_) return std::nullopt;
-    if (!selection_.is_done() && source_.next(block_)) {
-      const auto taken = selection_.take(block_.tags());
+    turn_ = 1 - turn_;
+    TagBlock& block = blocks_[turn_];
+    if (!selection_.is_done() && source_.next(block)) {
+      const auto taken = selection_.take(block.tags());
       change_tags(changes_, taken);
-      if (sorting_) return sorting_->add(taken);
-      return taken;
+      return sorting_ ? kept(sorting_->add(taken)) : taken;
     }
     source_.stop();
     ended_ = true;
-    if (sorting_) return sorting_->finish();
+    if (sorting_) return kept(sorting_->finish());
     return std::nullopt;
   }
 
  private:
+  /// What sorting gives is valid for a shorter time.
+  std::span<const orvo::timing::TimeTag> kept(std::span<const orvo::timing::TimeTag> tags) {
+    sorted_[turn_].assign(tags.begin(), tags.end());
+    return sorted_[turn_];
+  }
+
   TagSource source_;
   TagSelection selection_;
   ChangeSettings changes_;
   std::optional<TagSorting> sorting_;
-  TagBlock block_;
+  std::array<TagBlock, 2> blocks_;  // used in turns
+  std::array<std::vector<orvo::timing::TimeTag>, 2> sorted_;
+  unsigned turn_ = 0;
   bool ended_ = false;
 };
 

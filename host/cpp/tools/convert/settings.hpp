@@ -20,11 +20,11 @@ enum class OutForm { capture, csv, npy };
 struct SelectionSettings {
   static constexpr std::uint64_t kAllTags = std::numeric_limits<std::uint64_t>::max();
 
-  unsigned channels = 0xF;              ///< bit n: channel n
-  std::optional<std::int64_t> from_ps;  ///< the first time taken
-  std::optional<std::int64_t> to_ps;    ///< the first no longer taken
-  std::uint64_t skip_tags = 0;          ///< of those within the above
-  std::uint64_t most_tags = kAllTags;   ///< of those after that
+  unsigned channels = 0xF;                   ///< bit n: channel n
+  std::optional<std::int64_t> from_ps = {};  ///< the first time taken
+  std::optional<std::int64_t> to_ps = {};    ///< the first no longer taken
+  std::uint64_t skip_tags = 0;               ///< of those within the above
+  std::uint64_t most_tags = kAllTags;        ///< of those after that
 };
 
 /// What becomes of the tags that are taken.

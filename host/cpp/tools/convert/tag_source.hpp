@@ -87,9 +87,11 @@ class TagSource {
     using orvo::timing::LossReason;
     if (const orvo::timing::StreamDecoder* const decoder = reader_->decoder()) account_->finish(*decoder);
     orvo::timing::LossTally lost = account_->lost();
+    // A packed stream may begin anywhere: what comes before its lock is no loss, unless there never was one.
+    const bool may_have_lead = account_->units_per_byte() == 8 && account_->framings_won() != 0;
     for (const LossReason reason : {LossReason::lead, LossReason::cut}) {
       const orvo::timing::LossTally& tally = account_->losses(reason);
-      if (tally.size < account_->units_per_byte()) continue;
+      if (tally.size < account_->units_per_byte() || (reason == LossReason::lead && may_have_lead)) continue;
       lost.count += tally.count;
       lost.size += tally.size;
     }
