@@ -102,7 +102,8 @@ inline std::optional<OddTooth> odd_tooth(const std::vector<CombCell>& cells, Est
   const auto rivals = std::count_if(excesses.begin(), excesses.end(), [&](const ToothExcess& tooth) {
     return tooth.is_odd() && std::abs(tooth.deviation()) > std::abs(oddest->deviation()) / 2;
   });
-  if (rivals > 1) return std::nullopt;
+  const bool is_end = oddest == excesses.begin() || oddest + 1 == excesses.end();  // a low one: the comb ends there
+  if (rivals > 1 || (is_end && oddest->side() == CorrelationSide::dip)) return std::nullopt;
   const auto tooth = static_cast<std::size_t>(oddest - excesses.begin());
   return described(*oddest, cells[tooth], static_cast<double>(tooth), line, bins,
                    static_cast<double>(cells.size()) - 1);
