@@ -18,6 +18,7 @@ need_any_compiler() {
 need_for_programs() {
   need_header libcli11-dev "CLI11" CLI/CLI.hpp
   need_header nlohmann-json3-dev "nlohmann/json" nlohmann/json.hpp
+  need_header libkissfft-dev "KissFFT" kissfft/kiss_fftr.h
   if [[ ! -e /usr/share/javascript/dygraphs/dygraph.min.js ]]; then note_missing libjs-dygraphs "Dygraphs"; fi
 }
 
@@ -25,7 +26,6 @@ need_for_programs() {
 need_for_tests() {
   need_header libgtest-dev "GoogleTest" gtest/gtest.h
   need_header libgmock-dev "GoogleMock" gmock/gmock.h
-  need_header libkissfft-dev "KissFFT" kissfft/kiss_fftr.h
   want need_command python3 "Python" python3
   need_command pkgconf "pkg-config" pkg-config pkgconf
   want need_command groff-base "groff" groff

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/command_line.hpp"
@@ -20,6 +21,9 @@ struct Options {
   bool quiet = false;
   bool strict = false;
   bool no_progress = false;
+  bool pairs = false;
+  std::string pair;            ///< "A,B": only this one; empty = all six
+  std::int64_t reach_ps = -1;  ///< below 0: as far as it takes about a second
 };
 
 /// The program's options, bound to `options`.
@@ -36,10 +40,32 @@ inline std::unique_ptr<CLI::App> make_options(Options& options) {
   app->add_flag("--quiet", options.quiet, "print no report");
   app->add_flag("--strict", options.strict, "end with status 2 when a capture is suspect or broken");
   app->add_flag("--no-progress", options.no_progress, "never show the progress");
+  app->option_defaults()->group("Pairs of channels");
+  app->add_flag("--pairs", options.pairs,
+                "say which channels are correlated, at which delay and how surely; reads the\n"
+                "capture twice and keeps 8 bytes a tag");
+  app->add_option("--pair", options.pair, "look at these two channels only")->type_name("A,B");
+  app->add_option("--reach", options.reach_ps, "how far delays are looked for")
+      ->transform(time_ps({0, 1'000'000'000'000'000}))
+      ->type_name("TIME [0 to 1000000000000000 ps]")
+      ->default_str("as far as it takes about a second, at most 1 s");
   app->footer(
       "Exit status: 0 all captures were read, 2 with --strict: one of them is suspect\n"
       "or broken, 1 one could not be read, 64 unusable options.");
   return app;
+}
+
+inline bool looks_at_pairs(const Options& options) {
+  return options.pairs || !options.pair.empty();
+}
+
+/// The two channels of --pair. Throws `UsageError` for anything else.
+inline std::pair<unsigned, unsigned> wanted_pair(const Options& options) {
+  const std::vector<std::string> items = split_list(options.pair);
+  const auto channel = [&](std::size_t item) { return parse_whole_number<unsigned>(items[item]); };
+  if (items.size() == 2 && channel(0) && channel(1) && *channel(0) < 4 && *channel(1) < 4 && channel(0) != channel(1))
+    return {*channel(0), *channel(1)};
+  throw UsageError("--pair: '" + options.pair + "' is not two different channels from 0 to 3, as in 0,1");
 }
 
 /// Throws `UsageError` for options that cannot be together.
@@ -48,6 +74,12 @@ inline void check_options(const Options& options) {
   if (inputs > 1) throw UsageError("CAPTURE: standard input (-) can be inspected once");
   if (!options.html.empty() && options.captures.size() != 1) throw UsageError("--html: a page is of one capture");
   if (options.json == "-" && options.html == "-") throw UsageError("--json, --html: only one can be standard output");
+  if (!options.pair.empty()) wanted_pair(options);
+  if (!looks_at_pairs(options)) {
+    if (options.reach_ps >= 0) throw UsageError("--reach: only with --pairs or --pair");
+  } else if (inputs != 0) {
+    throw UsageError("--pairs: a capture is read twice, and standard input (-) can be read once");
+  }
 }
 
 }  // namespace

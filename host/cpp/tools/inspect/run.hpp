@@ -10,6 +10,7 @@
 #include "common/console.hpp"
 #include "common/exit_status.hpp"
 #include "common/progress.hpp"
+#include "inspect/capture_pairs.hpp"
 #include "inspect/inspection.hpp"
 #include "inspect/judgement.hpp"
 #include "inspect/options.hpp"
@@ -55,6 +56,8 @@ class InspectionRun {
     try {
       Progress progress(console_.err, console_.err_is_terminal && !options_.no_progress, "inspecting");
       inspection = std::make_unique<Inspection>(path, options_.max_tags, progress);
+      pairs_.clear();
+      if (looks_at_pairs(options_)) pairs_ = pairs_of(path, options_);
     } catch (const std::exception& error) {
       console_.err << error.what() << '\n';
       failed_ = true;
@@ -74,14 +77,23 @@ class InspectionRun {
     if (prints()) {
       print_line(console_.out, of, findings);
       print_findings(console_.out, findings);
+      if (looks_at_pairs(options_)) print_pairs(console_.out, pairs_, of.path());
     }
-    if (json_array_) json_array_->write((reports_ == 0 ? "\n" : ",\n") + json_text(json_report(of, findings)));
+    if (json_array_) json_array_->write((reports_ == 0 ? "\n" : ",\n") + json_text(whole_json(of, findings)));
   }
 
   void write_reports(const Inspection& of, const Findings& findings) {
     if (prints()) print_report(console_.out, of, findings);
+    if (prints() && looks_at_pairs(options_)) print_pairs(console_.out, pairs_, of.path());
     if (!options_.html.empty()) write_report(options_.html, html_report(of, findings));
-    if (!options_.json.empty()) write_report(options_.json, json_text(json_report(of, findings)) + '\n');
+    if (!options_.json.empty()) write_report(options_.json, json_text(whole_json(of, findings)) + '\n');
+  }
+  Json whole_json(const Inspection& of, const Findings& findings) const {
+    Json json = json_report(of, findings);
+    if (!looks_at_pairs(options_)) return json;
+    json["pairs"] = Json::array();
+    for (const PairFinding& pair : pairs_) json["pairs"].push_back(json_of_pair(pair, of.path()));
+    return json;
   }
   void write_report(const std::string& path, const std::string& text) {
     ReportFile file(path, console_.out);
@@ -92,6 +104,7 @@ class InspectionRun {
   const Options& options_;
   const Console& console_;
   std::unique_ptr<ReportFile> json_array_;  // of several captures
+  std::vector<PairFinding> pairs_;          // of the capture that is reported
   std::size_t reports_ = 0;
   bool failed_ = false;
   bool all_healthy_ = true;

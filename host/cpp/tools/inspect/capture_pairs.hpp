@@ -1,0 +1,69 @@
+#pragma once
+// Part of vq_inspect_stream_file: file-local throughout.
+#include <cstdint>
+#include <limits>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "common/units.hpp"
+#include "inspect/options.hpp"
+#include "inspect/pair_report.hpp"
+#include "inspect/pair_search.hpp"
+#include "inspect/report_text.hpp"
+#include "orvo/timing/channel_times.hpp"
+#include "orvo/timing/sorted_times.hpp"
+#include "orvo/timing/stream_file_reader.hpp"
+
+namespace {
+
+/// What the options ask for of the pairs of a capture's channels. Reads the capture. Throws `Error`.
+inline std::vector<PairFinding> pairs_of(const std::string& path, const Options& options) {
+  constexpr std::uint64_t kReadBytes = 1 << 20;  // where reads end is part of a decoding's result
+  // A reach that was asked for is worth the time of more bins: half the share is found.
+  constexpr std::size_t kThoroughBins = std::size_t{1} << 22;
+  orvo::timing::StreamFileReader reader;
+  reader.open(path);
+  orvo::timing::ChannelTimes times;
+  const std::uint64_t most = options.max_tags == 0 ? std::numeric_limits<std::uint64_t>::max() : options.max_tags;
+  while (times.total() < most && reader.decode_next_chunk(kReadBytes, times)) {
+  }
+  ChannelLists lists;
+  for (std::size_t c = 0; c < lists.size(); ++c) {
+    orvo::timing::sort_times(times[c]);
+    lists[c] = times[c];
+  }
+  PairSearchSettings settings;
+  if (options.reach_ps >= 0) settings = {options.reach_ps, kThoroughBins};
+  if (options.pair.empty()) return find_all_pairs(lists, settings);
+  const auto [a, b] = wanted_pair(options);
+  return {PairSearch(lists, settings).find(a, b)};
+}
+
+inline std::string text_of(const std::optional<orvo::timing::Estimate>& time_ps) {
+  return time_ps ? text_of_time_ps(time_ps->value) : "-";
+}
+
+/// A row for each pair of channels, and the commands that show what there is.
+inline void print_pairs(std::ostream& out, const std::vector<PairFinding>& findings, const std::string& path) {
+  out << "\nPairs of channels\n";
+  Columns columns({"pair", "verdict", "sigmas", "delay", "width", "pairs", "g2", "period"});
+  for (const PairFinding& finding : findings) {
+    const auto& judgement = finding.statistics.judgement;
+    const auto& peak = judgement.peak;
+    const auto delay = finding.delay_ps();
+    columns.add({std::to_string(finding.channel_a) + ", " + std::to_string(finding.channel_b),
+                 std::string(to_text(verdict_of(finding))), three_digits(judgement.sigmas()),
+                 delay ? std::to_string(whole_ps(delay->value)) + " ps" : "-",
+                 text_of(peak ? peak->fwhm_ps : std::nullopt),
+                 peak ? std::to_string(whole_ps(peak->pairs.value)) : "-",
+                 peak && peak->g2 ? three_digits(peak->g2->g2) : "-",
+                 finding.period_ps ? text_of_time_ps(*finding.period_ps) : "-"});
+  }
+  columns.print(out);
+  for (const PairFinding& finding : findings) {
+    if (const auto command = verify_command(finding, path)) out << "  $ " << *command << '\n';
+  }
+}
+
+}  // namespace
