@@ -17,6 +17,7 @@ namespace {
 
 using orvo::timing::bin_middles_ps;
 using orvo::timing::chance_pairs;
+using orvo::timing::ChannelExtent;
 using orvo::timing::common_time_ps;
 using orvo::timing::PairRecording;
 using orvo::timing::recording_of;
@@ -148,6 +149,23 @@ TEST(RecordingOf, AChannelThatStartsLateStartsAMeanGapBeforeItsFirstTag) {
   EXPECT_NEAR(recording.a.end_ps, 10'000 + 10'000.0 / 1100, 1e-9);
   const std::vector<std::int64_t> few(b.begin(), b.begin() + 19);  // too few to judge
   EXPECT_LT(recording_of(a, few).b.begin_ps, 0);
+}
+
+TEST(ChannelExtent, TellsOfTagsInAnyOrderWhatTheirSortedListTells) {
+  const std::vector<std::int64_t> a{-5'000, 0, 40'000, 100'000};
+  const std::vector<std::int64_t> b{7'000, 60'000};
+  ChannelExtent of_a;
+  for (const std::int64_t time_ps : {40'000, -5'000, 100'000, 0}) of_a.add(time_ps);
+  ChannelExtent of_b;
+  for (const std::int64_t time_ps : {60'000, 7'000}) of_b.add(time_ps);
+  EXPECT_EQ(of_a.first_ps, -5'000);
+  EXPECT_EQ(of_a.last_ps, 100'000);
+  EXPECT_EQ(of_a.tags, 4u);
+  const PairRecording recording = recording_of(of_a, of_b);
+  EXPECT_EQ(recording.a.begin_ps, -105'000.0 / 4);
+  EXPECT_EQ(recording.b.end_ps, 105'000 + 105'000.0 / 4);
+  EXPECT_EQ(recording.b.tags, 2);
+  EXPECT_EQ(recording_of(a, b).b.end_ps, recording.b.end_ps);
 }
 
 }  // namespace

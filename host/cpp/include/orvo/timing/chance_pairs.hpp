@@ -133,29 +133,47 @@ inline double difference_ps(std::int64_t to, std::int64_t from) {
 
 }  // namespace detail
 
-/// The recording times as the tags tell them; both lists in ascending order. Times count from the first tag of
-/// either. What N tags that span S lack at either end is a mean gap, S / (N - 2), which is added there. A channel of
-/// at least 20 tags that is silent at an end for more than 14 of its mean gaps begins or ends there by itself;
-/// shorter silences pass unnoticed.
-inline PairRecording recording_of(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
-  PairRecording recording{{0, 1, static_cast<double>(a_ps.size())}, {0, 1, static_cast<double>(b_ps.size())}};
-  if (a_ps.empty() && b_ps.empty()) return recording;
-  const std::int64_t first =
-      std::min(a_ps.empty() ? b_ps.front() : a_ps.front(), b_ps.empty() ? a_ps.front() : b_ps.front());
-  const std::int64_t last =
-      std::max(a_ps.empty() ? b_ps.back() : a_ps.back(), b_ps.empty() ? a_ps.back() : b_ps.back());
+/// Where the tags of a channel begin and end, and how many there are: all that recording times are told from.
+struct ChannelExtent {
+  std::int64_t first_ps = 0;
+  std::int64_t last_ps = 0;
+  std::uint64_t tags = 0;
+
+  void add(std::int64_t time_ps) {
+    first_ps = tags == 0 ? time_ps : std::min(first_ps, time_ps);
+    last_ps = tags == 0 ? time_ps : std::max(last_ps, time_ps);
+    ++tags;
+  }
+};
+
+/// The recording times as the tags tell them. Times count from the first tag of either. What N tags that span S lack
+/// at either end is a mean gap, S / (N - 2), which is added there. A channel of at least 20 tags that is silent at an
+/// end for more than 14 of its mean gaps begins or ends there by itself; shorter silences pass unnoticed.
+inline PairRecording recording_of(const ChannelExtent& a, const ChannelExtent& b) {
+  PairRecording recording{{0, 1, static_cast<double>(a.tags)}, {0, 1, static_cast<double>(b.tags)}};
+  if (a.tags == 0 && b.tags == 0) return recording;
+  const std::int64_t first = std::min(a.tags == 0 ? b.first_ps : a.first_ps, b.tags == 0 ? a.first_ps : b.first_ps);
+  const std::int64_t last = std::max(a.tags == 0 ? b.last_ps : a.last_ps, b.tags == 0 ? a.last_ps : b.last_ps);
   const double span_ps = detail::difference_ps(last, first);
   const double tags = recording.a.tags + recording.b.tags;
   const double margin_ps = tags < 3 || span_ps <= 0 ? 0 : span_ps / (tags - 2);
   for (ChannelRecording* channel : {&recording.a, &recording.b}) {
-    const std::span<const std::int64_t> times_ps = channel == &recording.a ? a_ps : b_ps;
+    const ChannelExtent& extent = channel == &recording.a ? a : b;
     channel->begin_ps = -margin_ps;
     channel->end_ps = std::max(span_ps, 1.0) + margin_ps;
-    if (times_ps.empty()) continue;
-    detail::narrow_to_channel(*channel, detail::difference_ps(times_ps.front(), first),
-                              detail::difference_ps(times_ps.back(), first), span_ps);
+    if (extent.tags == 0) continue;
+    detail::narrow_to_channel(*channel, detail::difference_ps(extent.first_ps, first),
+                              detail::difference_ps(extent.last_ps, first), span_ps);
   }
   return recording;
+}
+
+/// The same of two lists in ascending order.
+inline PairRecording recording_of(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+  const auto extent = [](std::span<const std::int64_t> times_ps) {
+    return times_ps.empty() ? ChannelExtent{} : ChannelExtent{times_ps.front(), times_ps.back(), times_ps.size()};
+  };
+  return recording_of(extent(a_ps), extent(b_ps));
 }
 
 }  // namespace orvo::timing
