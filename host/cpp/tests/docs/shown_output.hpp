@@ -15,9 +15,9 @@ inline bool line_matches(std::string_view shown, std::string_view actual) {
   const std::size_t dots = shown.find(kDots);
   if (dots == shown.npos) return shown == actual;
   if (!actual.starts_with(shown.substr(0, dots))) return false;
-  const std::string_view behind = shown.substr(dots + kDots.size());
+  const std::string_view rest = shown.substr(dots + kDots.size());
   for (std::size_t at = dots; at <= actual.size(); ++at) {
-    if (line_matches(behind, actual.substr(at))) return true;
+    if (line_matches(rest, actual.substr(at))) return true;
   }
   return false;
 }
