@@ -9,7 +9,7 @@ the interpreter's lock; Ctrl-C ends it.
 >>> orvo_timing.xcorr_histogram(a, b, range_ps=500, bin_ps=8, offset_ps=160).peak
 Peak(count=1000, center_ps=0)
 
-`open`, `Capture` read files, `inspect` tells whether they are healthy, `Decoder` live data, `write` and `simulate` make files; `xcorr_histogram`, `XcorrStream` and
+`open`, `Capture` read files, `inspect` tells whether they are healthy, `Decoder` live data, `write`, `convert` and `simulate` make files; `xcorr_histogram`, `XcorrStream` and
 `estimate_offset_ps` correlate.
 """
 
@@ -21,7 +21,7 @@ from ._decoder import Decoder
 from ._error import Error
 from ._header import Header
 from ._histogram import Histogram, Moments, Peak, XcorrStream, estimate_offset_ps, xcorr_histogram
-from ._programs import inspect, simulate
+from ._programs import convert, inspect, simulate
 from ._writing import Written, merge_times, write
 
 __all__ = [
@@ -40,6 +40,7 @@ __all__ = [
     "Written",
     "XcorrStream",
     "__version__",
+    "convert",
     "estimate_offset_ps",
     "inspect",
     "merge_times",

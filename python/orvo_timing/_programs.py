@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import errno
 import json
 import os
 import shutil
@@ -40,12 +41,14 @@ def _word(value: Any, name: str) -> str:
     raise TypeError(f"{name}: a number, a text or a list of them, not {value!r}")
 
 
-def _options(options: dict[str, Any]) -> list[str]:
+def _options(options: dict[str, Any], repeated: tuple[str, ...] = ()) -> list[str]:
     """`pair_rate=5` is --pair-rate=5, `round=True` is --round; None and False are left out."""
-    arguments = []
+    arguments: list[str] = []
     for name, value in options.items():
         option = "--" + name.replace("_", "-")
-        if value is True:
+        if name in repeated and not isinstance(value, str):
+            arguments += [f"{option}={_word(item, name)}" for item in value]
+        elif value is True:
             arguments.append(option)
         elif value is not None and value is not False:
             arguments.append(f"{option}={_word(value, name)}")
@@ -73,6 +76,11 @@ def _number(text: str) -> int | float | str:
         return float(text)
     except ValueError:
         return text
+
+
+def _answers(output: str) -> dict[str, Any]:
+    lines = (line.partition("=") for line in output.splitlines())
+    return {name: _number(value) for name, equals, value in lines if equals}
 
 
 def simulate(path: str | os.PathLike[str], **options: Any) -> dict[str, Any]:
@@ -110,8 +118,7 @@ def simulate(path: str | os.PathLike[str], **options: Any) -> dict[str, Any]:
     (20000, 160)
     """
     output = _run("vq_simulate_stream_file", [_path(path, "path"), *_options(options)])
-    lines = (line.partition("=") for line in output.splitlines())
-    return {name: _number(value) for name, equals, value in lines if equals}
+    return _answers(output)
 
 
 def inspect(path: str | os.PathLike[str]) -> dict[str, Any]:
@@ -144,3 +151,52 @@ def inspect(path: str | os.PathLike[str]) -> dict[str, Any]:
     if not isinstance(report, dict):
         raise Error("vq_inspect_stream_file: no JSON report", Error.FILE_FAILURE)
     return report
+
+
+def convert(
+    sources: str | os.PathLike[str] | Iterable[str | os.PathLike[str]], target: str | os.PathLike[str], **options: Any
+) -> dict[str, Any]:
+    """Cut, join and convert captures with `vq_convert_stream_file`, which has to be installed.
+
+    Parameters
+    ----------
+    sources : path-like, or iterable of them
+        What to read; several are joined in this order.
+    target : path-like
+        What to write: a capture, a table or an array, as its name ends in ``.tagcap``, ``.csv`` or ``.npy``.
+    **options
+        The program's options, with ``_`` for ``-``: ``encoding="raw64"``, ``round=True``, ``force=True``,
+        ``duration="10s"``. What may be given several times is a list: ``shift=["0=5ns", "1=-35ns"]``. Its manual page
+        describes them.
+
+    Returns
+    -------
+    dict
+        What the program prints: ``tags``, ``ch0`` to ``ch3``, ``first_ps``, ``last_ps`` and more.
+
+    Raises
+    ------
+    FileNotFoundError
+        The program is not installed, or there is no such source.
+    FileExistsError
+        The target exists, and ``force=True`` is not given.
+    ValueError
+        The program does not know an option, or cannot use its value.
+    TypeError
+        An argument is of a wrong kind.
+    Error
+        A source cannot be read, or the target not be written.
+
+    Examples
+    --------
+    >>> orvo_timing.convert("run.tagcap", "run.npy")["tags"]  # doctest: +SKIP
+    20000
+    """
+    several = [sources] if isinstance(sources, (str, os.PathLike)) else list(sources)
+    paths = [_path(source, "sources") for source in several]
+    for path in paths:
+        os.stat(path)  # raises what Python raises for a missing file
+    result = _path(target, "target")
+    if os.path.exists(result) and not options.get("force"):
+        raise FileExistsError(errno.EEXIST, "target exists, force=True replaces it", result)
+    return _answers(_run("vq_convert_stream_file", [*_options(options, ("shift", "swap")), *paths, result]))

@@ -90,6 +90,38 @@ def test_files_that_cannot_be_inspected_are_errors(tmp_path, monkeypatch):
         orvo_timing.inspect("-bad")
 
 
+def test_a_converted_capture_holds_the_same_tags(tmp_path):
+    program("vq_convert_stream_file")
+    path = plain.write_example(tmp_path / "example.tagcap")
+    tags = orvo_timing.open(path).tags()
+    for encoding in ("delta32", "packed_delta"):
+        target = tmp_path / f"{encoding}.tagcap"
+        answer = orvo_timing.convert(path, target, encoding=encoding)
+        assert answer["tags"] == 2000 and answer["ch0"] == answer["ch1"] == 1000
+        np.testing.assert_array_equal(orvo_timing.open(target).tags(), tags)
+    orvo_timing.convert([path], tmp_path / "moved.tagcap", shift=["0=1ns", "1=2ns"], tags=10)
+    moved = orvo_timing.open(tmp_path / "moved.tagcap").times()
+    np.testing.assert_array_equal(moved[0], np.arange(5) * 10_000 + 1000)
+    np.testing.assert_array_equal(moved[1], np.arange(5) * 10_000 + 2160)
+
+
+def test_conversions_that_cannot_be_done_are_errors(tmp_path):
+    program("vq_convert_stream_file")
+    path = plain.write_example(tmp_path / "example.tagcap")
+    with pytest.raises(FileExistsError, match="target"):
+        orvo_timing.convert(path, path)
+    with pytest.raises(FileNotFoundError, match="none.tagcap"):
+        orvo_timing.convert([path, tmp_path / "none.tagcap"], tmp_path / "out.tagcap")
+    with pytest.raises(ValueError, match="colour"):
+        orvo_timing.convert(path, tmp_path / "out.tagcap", colour="red")
+    with pytest.raises(TypeError, match="sources"):
+        orvo_timing.convert([5], tmp_path / "out.tagcap")
+    (tmp_path / "bad.tagcap").write_bytes(b"no capture at all")
+    with pytest.raises(orvo_timing.Error):
+        orvo_timing.convert(tmp_path / "bad.tagcap", tmp_path / "out.tagcap")
+    assert not (tmp_path / "out.tagcap").exists()
+
+
 def test_a_program_that_is_not_installed_is_named(tmp_path, monkeypatch):
     monkeypatch.setenv("PATH", str(tmp_path))
     monkeypatch.delenv("ORVO_TIMING_PROGRAMS", raising=False)
