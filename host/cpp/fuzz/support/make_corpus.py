@@ -559,6 +559,27 @@ def tag_encoder():
     }
 
 
+def convert_options():
+    def line(*words):
+        return b"".join(word.encode() + b"\xfe" for word in words)
+
+    files = ("a.tagcap", "b.tagcap")
+    return {
+        "files": line(*files),
+        "several_inputs": line("a.tagcap", "-", "c.csv", "--gap=5s"),
+        "encoding": line("--encoding", "packed_delta", "--delta-bits=9", "--quantum-ps", "24", "--round", *files),
+        "raw_cf": line("--tag-format=raw_cf", "--anchor-every=7", "--verify=off", "--force", *files),
+        "selection": line("--from=1s", "--duration", "10ms", "--channels=0,3", "--skip-tags=5", "--tags", "7", *files),
+        "changes": line("--shift", "1=-35ns", "--shift=all=1us", "--swap", "0,1", "--swap=1,2", "--sort=1us", *files),
+        "pipe": line("-", "-", "--format=npy"),
+        "widest_numbers": line("--from=9223372036854775807", "--to=9223372s", *files),
+        "too_much": line("--shift=0=9223372036854775807", "--shift=0=1", *files),
+        "no_numbers": line("--tags=x", "--shift=1", "--swap=5,6", "--channels=,", *files),
+        "help": line("--help"),
+        "after_two_dashes": line("--", "-a", "--b.csv"),
+    }
+
+
 def main():
     seeds("header_text", header_text())
     seeds("settings", settings())
@@ -572,6 +593,7 @@ def main():
     seeds("pair_statistics", pair_statistics())
     seeds("xcorr_stream", xcorr_stream())
     seeds("tag_encoder", tag_encoder())
+    seeds("convert_options", convert_options())
     seeds("report_json", reports())
     seeds("report_svg", reports())
     if different:
