@@ -245,7 +245,10 @@ TEST(PackedDeltaEncoder, RefusesInternalReadsThatDecodersWouldDiscard) {
   const PackedForm form{.channel_mask = 3, .mode = kInternal};
   const auto uneven_from = [](int even, int uneven, int ratio) {
     Tags tags;
-    for (int i = 0; i < even + uneven; ++i) tags.push_back(tag(i < even ? i % 2 : i % (ratio + 1) == 0, i));
+    for (int i = 0; i < even + uneven; ++i) {
+      const bool second = i < even ? i % 2 == 1 : i % (ratio + 1) == 0;
+      tags.push_back(tag(second ? 1 : 0, i));
+    }
     return tags;
   };
   EXPECT_EQ(refusal(form, uneven_from(60'000, 400'000, 8)), "nothing thrown");
