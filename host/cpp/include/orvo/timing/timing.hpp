@@ -1,5 +1,9 @@
 #pragma once
 // The whole library: write, read and correlate time-tag stream captures.
+
+// clang-format off: first, since it says in words when the language is too old.
+#include "orvo/timing/version.hpp"
+// clang-format on
 #include "orvo/timing/byte_queue.hpp"
 #include "orvo/timing/chance_pairs.hpp"
 #include "orvo/timing/channel_times.hpp"
@@ -33,7 +37,6 @@
 #include "orvo/timing/tag_file_writer.hpp"
 #include "orvo/timing/tag_sink.hpp"
 #include "orvo/timing/time_tag.hpp"
-#include "orvo/timing/version.hpp"  // first: says in words when the language is too old
 #include "orvo/timing/xcorr_histogram.hpp"
 #include "orvo/timing/xcorr_stream.hpp"
 #include "orvo/timing/xcorr_window.hpp"
