@@ -77,8 +77,7 @@ class CaptureOutput {
     await_check();
     if (check_) {
       running_check_ = std::async(std::launch::async, [this, tags, bytes = payload().bytes(), axis = axis_ps()] {
-        check_->expect(tags);
-        check_->add(bytes, axis);
+        check_->add(tags, bytes, axis);
       });
     }
     try {
