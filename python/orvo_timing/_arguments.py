@@ -3,10 +3,12 @@
 from __future__ import annotations
 
 import operator
-from typing import Any, SupportsIndex
+from typing import TYPE_CHECKING, Any, SupportsIndex
 
 import numpy as np
-from numpy.typing import ArrayLike, NDArray
+
+if TYPE_CHECKING:
+    from numpy.typing import ArrayLike, NDArray
 
 CHANNELS = 4
 INT64_MIN, INT64_MAX = -(2**63), 2**63 - 1

@@ -7,15 +7,17 @@ import os
 import stat
 from collections.abc import Iterator
 from types import TracebackType
-from typing import Any, SupportsIndex, overload
+from typing import TYPE_CHECKING, Any, SupportsIndex, overload
 
 import numpy as np
-from numpy.typing import NDArray
 
 from . import _arguments, _core
 from ._error import Error
 from ._header import Header, fields_of, from_core, text_of
 from ._progress import bar
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
 
 #: The programs' reads. Where reads end is part of a decoding's result for delta32 and packed_delta.
 READ_BYTES = 1 << 20

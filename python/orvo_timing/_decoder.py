@@ -2,13 +2,15 @@
 
 from __future__ import annotations
 
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
-from numpy.typing import NDArray
 
 from . import _core
 from ._header import HeaderLike, fields_of, header_of
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
 
 
 class Decoder:

@@ -2,12 +2,12 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, NamedTuple, SupportsIndex
 
 import numpy as np
-from numpy.typing import ArrayLike, NDArray
 
 from . import _arguments, _core
 from ._analysis import Analysis, analysis_of
@@ -16,6 +16,7 @@ from ._capture import Capture
 if TYPE_CHECKING:
     import matplotlib.axes
     import pandas
+    from numpy.typing import ArrayLike, NDArray
 
 _MOST_REACH = 2**62
 
@@ -263,6 +264,8 @@ def xcorr_histogram(
     range_ps: SupportsIndex,
     bin_ps: SupportsIndex,
     offset_ps: SupportsIndex = 0,
+    *,
+    threads: SupportsIndex | None = None,
 ) -> Histogram:
     """Correlate two lists of times: every pair within the range counts.
 
@@ -277,6 +280,8 @@ def xcorr_histogram(
         Bin width, at least 1. Differences go to the nearest centre, halves away from zero.
     offset_ps : int
         Taken off every difference.
+    threads : int, optional
+        At most so many, 1 to 1024; by default as many as there are cores for this process. Short lists take one.
 
     Returns
     -------
@@ -298,8 +303,9 @@ def xcorr_histogram(
     Peak(count=1000, center_ps=0)
     """
     window = _Window.checked(range_ps, bin_ps, offset_ps)
+    most = len(os.sched_getaffinity(0)) if threads is None else _arguments.whole(threads, "threads", 1, 1024)
     lists = _arguments.times(a, "a"), _arguments.times(b, "b")
-    return Histogram(*_core.histogram(*lists, *window.numbers), window, lists=lists)
+    return Histogram(*_core.histogram(*lists, *window.numbers, most), window, lists=lists)
 
 
 def estimate_offset_ps(a: ArrayLike, b: ArrayLike) -> int:

@@ -3,10 +3,7 @@
 from __future__ import annotations
 
 import errno
-import json
 import os
-import shutil
-import subprocess
 from collections.abc import Iterable
 from typing import Any
 
@@ -17,6 +14,8 @@ DIRECTORY_VARIABLE = "ORVO_TIMING_PROGRAMS"
 
 
 def _program(name: str) -> str:
+    import shutil
+
     directory = os.environ.get(DIRECTORY_VARIABLE)
     found = (shutil.which(name, path=directory) if directory else None) or shutil.which(name)
     if found is None:
@@ -56,6 +55,8 @@ def _options(options: dict[str, Any], repeated: tuple[str, ...] = ()) -> list[st
 
 
 def _run(name: str, arguments: list[str], allowed: tuple[int, ...] = (0,)) -> str:
+    import subprocess
+
     result = subprocess.run(
         [_program(name), *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace"
     )
@@ -145,6 +146,8 @@ def inspect(path: str | os.PathLike[str]) -> dict[str, Any]:
     >>> orvo_timing.inspect("run.tagcap")["verdict"]  # doctest: +SKIP
     'healthy'
     """
+    import json
+
     source = _path(path, "path")
     os.stat(source)  # raises what Python raises for a missing file
     report = json.loads(_run("vq_inspect_stream_file", ["--quiet", "--json=-", source]))

@@ -6,14 +6,16 @@ import contextlib
 import os
 from collections.abc import Sequence
 from dataclasses import dataclass
-from typing import SupportsIndex
+from typing import TYPE_CHECKING, SupportsIndex
 
 import numpy as np
-from numpy.typing import ArrayLike, NDArray
 
 from . import _arguments, _core
 from ._header import HeaderLike, fields_of
 from ._progress import bar
+
+if TYPE_CHECKING:
+    from numpy.typing import ArrayLike, NDArray
 
 
 @dataclass(frozen=True)

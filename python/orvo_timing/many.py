@@ -86,7 +86,7 @@ def _correlated(path: str, pair: tuple[int, int], window: tuple[int, int, int], 
             times = capture.times()
             a, b = times[pair[0]], times[pair[1]]
             offset_ps = estimate_offset_ps(a, b)
-            histogram, tags = xcorr_histogram(a, b, range_ps, bin_ps, offset_ps), (len(a), len(b))
+            histogram, tags = xcorr_histogram(a, b, range_ps, bin_ps, offset_ps, threads=1), (len(a), len(b))
         else:
             histogram, tags = _streamed(capture, pair, window)
     analysis = histogram.analysis
@@ -121,7 +121,7 @@ def _streamed(
         return stream.histogram(), (stream.tags(pair[0]), stream.tags(pair[1]))
     times = capture.times()
     a, b = times[pair[0]], times[pair[1]]
-    return xcorr_histogram(a, b, *window), (len(a), len(b))
+    return xcorr_histogram(a, b, *window, threads=1), (len(a), len(b))
 
 
 def _inspected(path: str) -> _Outcome:

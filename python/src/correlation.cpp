@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <future>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <span>
@@ -36,27 +39,68 @@ void require_room(const XcorrWindow& window) {
   throw py::error_already_set();
 }
 
-/// As `xcorr_histogram_sorted`, in pieces of some ten milliseconds, between which signals are looked for.
-XcorrHistogram watched_histogram(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
-                                 const XcorrWindow& window) {
+/// Adds the pairs of two sorted lists to the counts, in pieces of some ten milliseconds. `between` is called after
+/// each and ends the counting by throwing.
+template <class Between>
+void count_in_pieces(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
+                     const XcorrWindow& window, std::vector<std::int64_t>& counts, Between&& between) {
   using Clock = std::chrono::steady_clock;
+  std::size_t piece = counts.size() < 100'000 ? 1 << 8 : 1 << 16;  // adding up many bins takes time, too
+  while (!a_ps.empty()) {
+    const auto begin = Clock::now();
+    const auto now = a_ps.first(std::min(piece, a_ps.size()));
+    const XcorrHistogram part = xcorr_histogram_sorted(now, b_ps, window);
+    for (std::size_t bin = 0; bin < counts.size(); ++bin) counts[bin] += part.counts[bin];
+    a_ps = a_ps.subspan(now.size());
+    between();
+    const auto taken = Clock::now() - begin;
+    if (taken < std::chrono::milliseconds(4)) piece *= 16;
+    if (taken > std::chrono::milliseconds(60)) piece = std::max<std::size_t>(piece / 4, 64);
+  }
+}
+
+/// What ends the threads whose results nobody waits for.
+struct Abandoned {};
+
+/// As `xcorr_histogram`, on several threads, of which this one looks for signals.
+XcorrHistogram watched_histogram(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps,
+                                 const XcorrWindow& window, std::size_t threads) {
   Watch watch;
   const py::gil_scoped_release unlocked;
-  const SortedTimes a(a_ps);
-  const SortedTimes b(b_ps);
-  std::span<const std::int64_t> rest = a;
-  XcorrHistogram sum = xcorr_histogram_sorted(rest.first(0), b, window);
-  std::size_t piece = sum.counts.size() < 100'000 ? 1 << 14 : 1 << 20;  // adding up many bins takes time, too
-  while (!rest.empty()) {
-    const auto begin = Clock::now();
-    const auto now = rest.first(std::min(piece, rest.size()));
-    const XcorrHistogram part = xcorr_histogram_sorted(now, b, window);
-    for (std::size_t bin = 0; bin < sum.counts.size(); ++bin) sum.counts[bin] += part.counts[bin];
-    rest = rest.subspan(now.size());
-    watch.look(0);
-    const auto taken = Clock::now() - begin;
-    if (taken < std::chrono::milliseconds(15)) piece *= 4;
-    if (taken > std::chrono::milliseconds(60)) piece = std::max<std::size_t>(piece / 4, 64);
+  const auto elsewhere = threads > 1 ? std::launch::async : std::launch::deferred;
+  auto waiting_b = std::async(elsewhere, [&] { return std::make_unique<SortedTimes>(b_ps); });
+  const SortedTimes sorted_a(a_ps);
+  const std::unique_ptr<SortedTimes> sorted_b = waiting_b.get();
+  const std::span<const std::int64_t> a = sorted_a;
+  const std::span<const std::int64_t> b = *sorted_b;
+
+  const auto part_of_a = [&](std::size_t part) {
+    const std::size_t first = a.size() / threads * part;
+    return part + 1 < threads ? a.subspan(first, a.size() / threads) : a.subspan(first);
+  };
+  XcorrHistogram sum = xcorr_histogram_sorted({}, {}, window);
+  std::vector<std::vector<std::int64_t>> counts(threads, std::vector<std::int64_t>(sum.counts.size()));
+  std::atomic<bool> abandoned = false;
+  std::vector<std::future<void>> helpers;  // the last to be made: it waits for the threads before the rest is gone
+  try {
+    for (std::size_t part = 1; part < threads; ++part) {
+      helpers.push_back(std::async(std::launch::async, [&, part] {
+        count_in_pieces(part_of_a(part), b, window, counts[part], [&] {
+          if (abandoned) throw Abandoned{};
+        });
+      }));
+    }
+    count_in_pieces(part_of_a(0), b, window, counts[0], [&] { watch.look(0); });
+    for (std::future<void>& helper : helpers) {
+      while (helper.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) watch.look(0);
+      helper.get();
+    }
+  } catch (...) {
+    abandoned = true;
+    throw;
+  }
+  for (const auto& part : counts) {
+    for (std::size_t bin = 0; bin < part.size(); ++bin) sum.counts[bin] += part[bin];
   }
   return sum;
 }
@@ -66,11 +110,16 @@ py::tuple arrays_of(XcorrHistogram&& histogram) {
 }
 
 py::tuple histogram(const py::array& a, const py::array& b, std::int64_t range_ps, std::int64_t bin_ps,
-                    std::int64_t offset_ps) {
+                    std::int64_t offset_ps, std::size_t threads) {
   const XcorrWindow window{range_ps, bin_ps, offset_ps};
   if (!window.is_valid()) throw py::value_error("range_ps, bin_ps: at least 1");
   require_room(window);
-  return arrays_of(watched_histogram(times_of(a, "a"), times_of(b, "b"), window));
+  const auto a_ps = times_of(a, "a");
+  constexpr std::size_t kWorthAThread = 50'000;  // events of A
+  constexpr std::int64_t kManyBins = 100'000;    // which each thread has of its own
+  const std::size_t most = window.range_ps / window.bin_ps < kManyBins ? a_ps.size() / kWorthAThread : 1;
+  return arrays_of(watched_histogram(a_ps, times_of(b, "b"), window,
+                                     std::clamp<std::size_t>(most, 1, std::max<std::size_t>(threads, 1))));
 }
 
 std::int64_t offset(const py::array& a, const py::array& b) {

@@ -37,6 +37,8 @@ def test_counts_of_many_events_are_those_of_their_parts():
     assert whole.sum() >= (near[1] - near[0]).sum() * 0.99
     parts = sum(orvo_timing.xcorr_histogram(part, b, 1000, 7, 300).counts for part in np.array_split(a, 997))
     np.testing.assert_array_equal(whole, parts)
+    for threads in (1, 2, 3, 8, 1024):
+        np.testing.assert_array_equal(whole, orvo_timing.xcorr_histogram(a, b, 1000, 7, 300, threads=threads).counts)
 
 
 def test_both_ends_of_the_range_count_and_halves_go_outwards():
@@ -153,6 +155,35 @@ def test_wrong_windows_are_named(arguments, name, kind):
         orvo_timing.xcorr_histogram([1], [1], *arguments)
     with pytest.raises(kind, match=name):
         orvo_timing.XcorrStream([(0, 1)], *arguments)
+
+
+def test_wrong_numbers_of_threads_are_named():
+    for wrong, kind in ((0, ValueError), (-1, ValueError), (1025, ValueError), (1.5, TypeError)):
+        with pytest.raises(kind, match="threads"):
+            orvo_timing.xcorr_histogram([1], [1], 10, 1, threads=wrong)
+
+
+@pytest.mark.parametrize("threads", [1, 3])
+def test_ctrl_c_ends_a_long_count_within_a_tenth_of_a_second(threads):
+    script = (
+        "import numpy as np, os, signal, threading, time, orvo_timing\n"
+        "a = np.arange(400_000)\n"
+        "def interrupt():\n"
+        "    global sent\n"
+        "    time.sleep(0.5); sent = time.monotonic(); os.kill(os.getpid(), signal.SIGINT)\n"
+        "threading.Thread(target=interrupt, daemon=True).start()\n"
+        "try:\n"
+        f"    orvo_timing.xcorr_histogram(a, a, 50_000, 1000, threads={threads})\n"
+        "except KeyboardInterrupt:\n"
+        "    print(time.monotonic() - sent)\n"
+    )
+    delays = []
+    for _ in range(3):  # a machine that does something else is late by itself
+        answer = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, timeout=120)
+        delays.append(float(answer.stdout))
+        if delays[-1] < 0.1:
+            return
+    pytest.fail(f"interrupted after {delays} s")
 
 
 def test_times_and_windows_at_the_ends_of_64_bits_are_exact():
