@@ -100,6 +100,7 @@ TEST_F(PartialFiles, GoAwayWhenTheProgramIsInterrupted) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     const pid_t child = ::fork();
     if (child == 0) {
+      ::signal(number, SIG_DFL);  // in the background it may be ignored
       PartialFile file(path_);
       write_file(file.partial_path(), "new");
       ::raise(number);

@@ -24,4 +24,24 @@ TEST(WholeNumber, IsDecimal) {
   }
 }
 
+TEST(Decimal, HasUpToSoManyDigitsAfterThePoint) {
+  EXPECT_EQ(parse_decimal("250", 2), 250.0);
+  EXPECT_EQ(parse_decimal("0.5", 2), 0.5);
+  EXPECT_EQ(parse_decimal("0.25", 2), 0.25);
+  EXPECT_EQ(parse_decimal("0.250", 2), std::nullopt);
+  EXPECT_EQ(parse_decimal("0.0625", 4), 0.0625);
+}
+
+TEST(Decimal, HasUpTo15DigitsBeforeThePoint) {
+  EXPECT_EQ(parse_decimal("100000000000000", 2), 1e14);
+  EXPECT_EQ(parse_decimal("1000000000000000", 2), std::nullopt);
+}
+
+TEST(Decimal, HasDigitsOnBothSidesOfThePointAndNothingElse) {
+  for (const char* text :
+       {"", ".", "5.", ".5", "-5", "+5", " 5", "5 ", "5.-1", "1e1", "1.2.3", "0x5", "inf", "nan"}) {
+    EXPECT_EQ(parse_decimal(text, 2), std::nullopt) << text;
+  }
+}
+
 }  // namespace

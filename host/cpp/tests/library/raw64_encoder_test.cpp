@@ -119,6 +119,16 @@ TEST(Raw64Encoder, RefusesTimesThatNoWordSays) {
   EXPECT_THAT(refusal({tag(4, 0)}), HasSubstr("channel 4 at 0 ps: there are channels 0 to 3"));
 }
 
+TEST(Raw64Encoder, RoundsNoTimeBeforeTheAxis) {
+  for (const std::int64_t time_ps : {-3333, -3340, -5000}) {
+    TagEncoder encoder(raw64_header("raw_cf"), {.round = true});
+    EXPECT_EQ(failure_of([&] { encoded(encoder, {tag(1, time_ps)}); }),
+              "Raw64Encoder: channel 1 at " + std::to_string(time_ps) +
+                  " ps: the time lies before the axis, which starts at 0 (code -1)");
+    EXPECT_EQ(encoder.rounding().tags, 0u);
+  }
+}
+
 TEST(Raw64Encoder, GoesOnAfterARefusal) {
   TagEncoder encoder(raw64_header());
   orvo::timing::ByteQueue payload;

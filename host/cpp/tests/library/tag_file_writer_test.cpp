@@ -80,6 +80,16 @@ TEST(TagFileWriter, TellsWhatFails) {
             "Delta32Encoder: channel 0 at 8 ps: it is earlier than its channel's last tag (code -1)");
 }
 
+TEST(TagFileWriter, IsNotOpenOnceItWasClosed) {
+  const TempDirectory directory;
+  TagFileWriter writer;
+  writer.open((directory / "a.tagcap").string(), delta32_header());
+  writer.write(Tags{tag(0, 100)});
+  writer.close();
+  EXPECT_EQ(failure_of([&] { writer.write(Tags{tag(0, 200)}); }), "TagFileWriter: not open (code -6)");
+  EXPECT_EQ(read_tags((directory / "a.tagcap").string()), (Tags{tag(0, 100)}));
+}
+
 TEST(TagFileWriter, TellsThatTheDiskIsFull) {
   TagFileWriter writer;
   writer.open("/dev/full", raw64_header());

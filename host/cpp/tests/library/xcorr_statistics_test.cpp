@@ -129,6 +129,12 @@ TEST(XcorrMoments, OfACountSumBelowZeroHaveAMeanOfZero) {
   EXPECT_EQ(moments.sigma_ps, 0.0);
 }
 
+TEST(XcorrMoments, TotalHasTheCountsWithoutACentreToo) {
+  const XcorrMoments moments = xcorr_moments({{-8, 8}, {1, 1, 5}});
+  EXPECT_EQ(moments.total, 7);
+  EXPECT_EQ(moments.mean_ps, 0);
+}
+
 TEST(XcorrMoments, TotalIsAnExactInteger) {
   EXPECT_EQ(xcorr_moments({{0, 8}, {4'611'686'018'427'387'904, 4'611'686'018'427'387'903}}).total, INT64_MAX);
 }

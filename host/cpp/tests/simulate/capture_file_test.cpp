@@ -107,6 +107,7 @@ TEST_F(CaptureFiles, GoAwayWhenTheProgramIsInterrupted) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     const pid_t child = ::fork();
     if (child == 0) {
+      ::signal(number, SIG_DFL);  // in the background it may be ignored
       CaptureFile file(path_, {});
       ::raise(number);
       ::_exit(0);

@@ -57,6 +57,16 @@ TEST(Coincidences, IncludeBothEndsOfTheRange) {
   EXPECT_DOUBLE_EQ(sums.rms_ps(), std::sqrt(209.0 / 3 - 1.0));
 }
 
+TEST(Coincidences, WaitForAPartnerOfALaterBlockUpToTheWholeRange) {
+  CoincidenceCounter counter({.channel_a = 0, .channel_b = 1, .delay_ps = 0, .range_ps = 10});
+  for (const auto& one : Tags{tag(0, 1000), tag(1, 1010), tag(1, 1500), tag(0, 1510), tag(2, 9000)}) {
+    counter.add(Tags{one});
+  }
+  counter.finish();
+  EXPECT_EQ(counter.sums().count, 2u);
+  EXPECT_TRUE(counter.sums().difference_ps == 0 && counter.sums().square_ps2 == 200);
+}
+
 TEST(Coincidences, OfNoneHaveNoMoments) {
   EXPECT_EQ(CoincidenceSums{}.mean_ps(), 0);
   EXPECT_EQ(CoincidenceSums{}.rms_ps(), 0);

@@ -127,6 +127,31 @@ TEST(EventSource, DoesNotDependOnTheBlocks) {
   EXPECT_NE(events(settings, 10'000'000'000), all);
 }
 
+// A jitter as long as the period: a photon of a later pulse may click before one of an earlier pulse.
+TEST(EventSource, SendsPhotonsInOrderWhateverTheirJitterAndDelay) {
+  Settings settings = quiet();
+  settings.light = {.kind = Light::pulses, .pulse_period_ps = 1000, .pulse_jitter_ps = 1000, .photons = 1};
+  for (const std::int64_t delay_ps : {-3000, 0, 3000}) {
+    settings.pairs.delay_ps = delay_ps;
+    const std::vector<TimeTag> all = events(settings, 10'000'000);
+    EXPECT_TRUE(in_order(all)) << delay_ps;
+    EXPECT_NEAR(static_cast<double>(all.size()), 10'000, 500) << delay_ps;
+  }
+}
+
+TEST(EventSource, AnEventExactlyAtTheEndIsNone) {
+  Settings background = quiet();
+  background.channels[1].rate_hz = 10'000'000'000;
+  Settings pairs = quiet();
+  pairs.pairs = {.rate_hz = 10'000'000'000, .delay_ps = 300, .jitter_ps = 0};
+  for (Settings settings : {background, pairs}) {
+    settings.start_ps = 5'000;
+    for (settings.seed = 1; settings.seed <= 2'000; ++settings.seed) {  // one in a hundred has an event there
+      for (const TimeTag& event : events(settings, settings.start_ps + 1)) ASSERT_EQ(event.time_ps, 5'000);
+    }
+  }
+}
+
 TEST(EventSource, IsSilentWithoutRates) {
   EXPECT_EQ(events(quiet(), 1000 * kSecondPs), std::vector<TimeTag>{});
 }

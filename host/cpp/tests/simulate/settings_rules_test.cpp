@@ -59,6 +59,15 @@ TEST(SettingsRules, CountDarkTagsAndLightAmongTheClicks) {
             "--rate, --pair-rate: channel 0 would click 99.95 times per second; it takes 0, or at least 100");
 }
 
+TEST(NumberText, HasUpToTwoDecimals) {
+  EXPECT_EQ(number_text(0), "0");
+  EXPECT_EQ(number_text(250), "250");
+  EXPECT_EQ(number_text(0.5), "0.5");
+  EXPECT_EQ(number_text(0.05), "0.05");
+  EXPECT_EQ(number_text(99.99), "99.99");
+  EXPECT_EQ(number_text(99.996), "100");
+}
+
 TEST(SettingsRules, WantLightThatCanBe) {
   EXPECT_EQ(verdict({"--light=pulses", "--channels=2"}), "--light: it takes two active channels (--channels)");
   EXPECT_EQ(verdict({"--light=pulses", "--pulse-period=0"}),

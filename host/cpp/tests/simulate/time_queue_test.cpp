@@ -34,6 +34,19 @@ TEST(TimeQueue, KeepsEqualTimes) {
   EXPECT_EQ(queue.front(), TimeQueue::kNever);
 }
 
+// There is room for 64 at first.
+TEST(TimeQueue, GrowsAmidItsRing) {
+  TimeQueue queue;
+  for (std::int64_t time = 0; time < 10; ++time) queue.push(time);
+  for (int i = 0; i < 10; ++i) queue.pop();
+  for (std::int64_t time = 100; time < 300; ++time) queue.push(time);
+  for (std::int64_t time = 100; time < 300; ++time) {
+    ASSERT_EQ(queue.front(), time);
+    queue.pop();
+  }
+  EXPECT_EQ(queue.front(), TimeQueue::kNever);
+}
+
 TEST(TimeQueue, AgreesWithAPriorityQueueWhileItGrowsAndWraps) {
   Random random(1);
   TimeQueue queue;

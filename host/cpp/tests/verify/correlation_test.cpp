@@ -310,6 +310,28 @@ TEST_F(ChangesBetweenPasses, OtherTagsOfTheSameSizeAndDateAreNoticed) {
   EXPECT_FALSE(passes.estimate());
 }
 
+TEST_F(ChangesBetweenPasses, ADateThatIsANanosecondLaterIsNoticed) {
+  CapturePasses passes(reader_, config_, run_);
+  EXPECT_TRUE(passes.survey());
+  fs::last_write_time(run_.source, fs::last_write_time(run_.source) + std::chrono::nanoseconds(1));
+  EXPECT_FALSE(passes.estimate());
+}
+
+TEST_F(ChangesBetweenPasses, AnotherFileOfTheSameSizeAndDateIsNoticed) {
+  CapturePasses passes(reader_, config_, run_);
+  EXPECT_TRUE(passes.survey());
+  const auto written = fs::last_write_time(run_.source);
+  replace();
+  fs::last_write_time(run_.source, written);
+  EXPECT_FALSE(passes.estimate());
+}
+
+TEST_F(ChangesBetweenPasses, AChangeDuringTheFirstPassIsNoticedAtItsEnd) {
+  CapturePasses passes(reader_, config_, run_);
+  touch();
+  EXPECT_FALSE(passes.survey());
+}
+
 TEST_F(ChangesBetweenPasses, AReplacedCaptureIsStillTheOneThatWasOpened) {
   const RunResult expected = result(kMostListedBytes);
   open();
