@@ -1,6 +1,9 @@
 // The packed debug log: on with ORVO_PACKED_DEBUG, at most 200 lines per decoder.
+#include "orvo/timing/detail/packed_debug_log.hpp"
+
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "orvo/timing/stream_decoder.hpp"
@@ -30,6 +33,29 @@ std::string repeated(const std::string& line, int times) {
   std::string text;
   for (; times > 0; --times) text += line;
   return text;
+}
+
+TEST(PackedDebugLog, OfARefusedAlignmentNamesSyncedBeforeActiveChannels) {
+  StreamDecoder decoder = one_channel();
+  orvo::timing::detail::PackedDebugLog log(decoder);
+  EXPECT_EQ(debug_output_of([&] {
+              log.alignment_refused({.drop_bytes = 6,
+                                     .bit_offset = 5,
+                                     .synced_channels = 2,
+                                     .active_channels = 3,
+                                     .balance = {.min = 7, .max = 80, .total = 90}});
+            }),
+            "packed-decoder: reject internal alignment drop_bytes=6 bit_offset=5 synced=2/3 min=7 max=80 total=90\n");
+}
+
+TEST(PackedDebugLog, LinesThatWereToldBeforeARewindAreNotToldAgain) {
+  StreamDecoder decoder = one_channel();
+  decoder.pk_debug_told = 2;
+  orvo::timing::detail::PackedDebugLog log(decoder);
+  EXPECT_EQ(debug_output_of([&] {
+              for (const std::uint64_t bytes : {11u, 12u, 13u}) log.search_failed(bytes);
+            }),
+            "packed-decoder: no alignment bits=5 width=8 raw_bytes=13\n");
 }
 
 TEST(PackedDebugLog, SaysAndCountsNothingWithoutTheVariable) {

@@ -320,4 +320,54 @@ TEST(LossReason, HasANameEach) {
                           "sync_flag", "anchor_back", "anchor_step", "gap", "imbalance"));
 }
 
+/// A packed payload whose lead has ended, with so many bits of its only byte left.
+struct PackedWithRest : Accounted {
+  explicit PackedWithRest(std::uint64_t bits) : Accounted(header_of(StreamFormat::packed_delta)) {
+    decoder.pending_bytes.push_back(0);
+    decoder.bit_offset = 8 - bits;
+    account.framed();
+  }
+};
+
+TEST(PayloadAccount, ARestOfUpToSevenBitsIsPadding) {
+  for (const std::uint64_t bits : {1u, 7u}) {
+    PackedWithRest rest(bits);
+    rest.finish();
+    EXPECT_EQ(rest[PayloadClass::padding], bits);
+    EXPECT_EQ(rest.account.losses(LossReason::cut), (LossTally{0, 0}));
+  }
+  PackedWithRest rest(8);
+  rest.finish();
+  EXPECT_EQ(rest[PayloadClass::padding], 0u);
+  EXPECT_EQ(rest.account.losses(LossReason::cut), (LossTally{1, 8}));
+}
+
+TEST(PayloadAccount, ALockLostInTheLastSevenBitsIsNoLoss) {
+  for (const std::uint64_t bits : {7u, 8u}) {
+    PackedWithRest rest(bits);
+    rest.account.lock_lost({.reason = LossReason::gap});
+    rest.finish();
+    EXPECT_EQ(rest.account.losses(LossReason::gap), (LossTally{1, bits}));
+    EXPECT_EQ(rest.account.lost(), bits == 7 ? (LossTally{0, 0}) : (LossTally{1, 8}));
+    EXPECT_EQ(rest.account.breaks_in_lost(), bits == 7 ? 0u : 1u);
+  }
+}
+
+TEST(PayloadAccount, TagsAreUnanchoredFromTheFirstOfSeveralLossesOfSync) {
+  Accounted stream(header_of(StreamFormat::delta32));
+  auto& account = stream.account;
+  account.framed();
+  account.tag(0);
+  for (int loss = 0; loss < 2; ++loss) {
+    account.sync_lost(LossReason::unknown_word);
+    account.framed();
+    account.tag(0);
+    account.tag(0);
+  }
+  EXPECT_EQ(account.unanchored(), 4u);
+  account.anchored(0);
+  account.tag(0);
+  EXPECT_EQ(account.unanchored(), 4u);
+}
+
 }  // namespace

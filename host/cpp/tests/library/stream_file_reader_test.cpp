@@ -219,6 +219,14 @@ TEST_F(StreamFileReaderTest, RewindingGivesTheSameTagsAgain) {
   }
 }
 
+TEST_F(StreamFileReaderTest, RewindingForgetsTagsNotHandedOut) {
+  StreamFileReader reader;
+  open(reader, R"({"stream_format":"raw64"})", ps_record(0, 100) + ps_record(1, 200) + ps_record(2, 300));
+  EXPECT_THAT(reader.decode_next_tags(1, 100), ElementsAre(TimeTag{0, 100}));
+  reader.rewind();
+  EXPECT_THAT(reader.decode_next_tags(10, 100), ElementsAre(TimeTag{0, 100}, TimeTag{1, 200}, TimeTag{2, 300}));
+}
+
 TEST_F(StreamFileReaderTest, WhatCannotBeReadAgainIsNotRewound) {
   StreamFileReader reader;
   EXPECT_EQ(failure_of([&] { reader.rewind(); }), "StreamFileReader: not open (code -6)");
