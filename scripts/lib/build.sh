@@ -32,6 +32,11 @@ need_for_tests() {
   want need_command parallel "GNU parallel" parallel
   want need_python_module python3-pandas "pandas" pandas
   want need_python_module python3-matplotlib "Matplotlib" matplotlib
+  want need_python_module python3-numpy "NumPy" numpy
+  want need_python_module python3-jsonschema "jsonschema" jsonschema
+  want need_python_module python3-selenium "Selenium" selenium
+  want need_command chromium "Chromium" chromium
+  want need_command chromium-driver "ChromeDriver" chromedriver
 }
 
 # What a preset of CMakePresets.json needs to be built; fails if there is none of that name.
