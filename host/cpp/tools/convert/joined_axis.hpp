@@ -61,9 +61,10 @@ class JoinedAxis {
         return TruncatedClock(0).lap_ps();
       case orvo::timing::StreamFormat::packed_delta:
         return TruncatedClock(orvo::timing::StreamDecoder(header).quantum_shift).lap_ps();
-      default:
-        return orvo::timing::detail::kDevicePeriodPs;
+      case orvo::timing::StreamFormat::raw64:
+        break;
     }
+    return orvo::timing::detail::kDevicePeriodPs;
   }
 
   static std::int64_t sum_ps(std::int64_t a_ps, std::int64_t b_ps) {

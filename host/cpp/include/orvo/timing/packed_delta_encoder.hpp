@@ -14,9 +14,9 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "orvo/timing/byte_queue.hpp"
@@ -24,6 +24,7 @@
 #include "orvo/timing/detail/packed_record.hpp"
 #include "orvo/timing/detail/packed_record_writer.hpp"
 #include "orvo/timing/detail/packed_rules.hpp"
+#include "orvo/timing/detail/packed_tag_form.hpp"
 #include "orvo/timing/detail/truncated_clock.hpp"
 #include "orvo/timing/encoder_settings.hpp"
 #include "orvo/timing/error.hpp"
@@ -58,8 +59,6 @@ class PackedDeltaEncoder {
   const Rounding& rounding() const { return rounding_; }
 
  private:
-  static constexpr std::uint64_t kMostOverflowRecords = 65'536;
-  static constexpr std::uint64_t kMostOverflowRecordsToStart = 1'000;
   static constexpr std::size_t kLeadInBytes = 65;
 
   struct Channel {
@@ -72,16 +71,7 @@ class PackedDeltaEncoder {
   void encode_watched(std::span<const TimeTag> tags, ByteQueue& payload);
   std::size_t encode_plain(std::span<const TimeTag> tags, ByteQueue& payload);
   void encode_at_length(const TimeTag& tag, ByteQueue& payload);
-  detail::PackedAnchor first_anchor(const TimeTag& tag);
-  void append_later(const TimeTag& tag, ByteQueue& payload);
-  void append_late(const TimeTag& tag, ByteQueue& payload);
-  std::optional<std::uint64_t> later_difference(const detail::ChannelClock& clock, std::uint64_t time_ps,
-                                                std::uint64_t most_overflow_records) const;
-  std::optional<detail::PackedAnchor> later_anchor(const detail::ChannelClock& clock, std::uint64_t time_ps) const;
-  void append_anchor(unsigned channel, const detail::PackedAnchor& anchor, ByteQueue& payload) {
-    records_.append_anchor(channel, anchor, payload);
-    channels_[channel].until_anchor = settings_.anchor_every;
-  }
+  void append(unsigned channel, const detail::PackedTagForm& form, ByteQueue& payload);
   std::span<const TimeTag> rounded(std::span<const TimeTag> tags);
   [[noreturn]] static void refuse(const TimeTag& tag, std::string_view why) {
     detail::refuse_tag("PackedDeltaEncoder", tag, why);
@@ -90,14 +80,11 @@ class PackedDeltaEncoder {
   detail::PackedLayout layout_;
   unsigned shift_;
   unsigned active_;
-  bool internal_;
   EncoderSettings settings_;
-  detail::TruncatedClock clock_;
   detail::PackedRecordWriter records_;
+  detail::PackedTagForms forms_;
   std::uint64_t most_plain_quanta_ = 0;
   bool has_started_ = false;
-  bool has_axis_ = false;
-  std::uint64_t axis_ps_ = 0;  // of the channel that started last
   std::array<Channel, kChannels> channels_{};
   std::uint64_t bytes_ = 0;  // of the payload so far
   std::int64_t last_ps_ = 0;
@@ -110,16 +97,16 @@ inline PackedDeltaEncoder::PackedDeltaEncoder(const StreamFileHeader& header, co
     : layout_{header.delta_bits == 0 ? 16u : header.delta_bits},
       shift_(header.quantum_ps == 0 ? 3 : static_cast<unsigned>(std::countr_zero(header.quantum_ps))),
       active_(detail::active_channels(header)),
-      internal_(header.mode == StreamMode::internal),
       settings_(settings),
-      clock_(shift_),
       records_(layout_),
+      forms_(records_, shift_, header.mode == StreamMode::internal, settings.channel_axes),
       check_(header) {
   if (layout_.delta_bits > 31) throw Error("PackedDeltaEncoder: delta_bits is 1 to 31", kInvalidArgument);
   settings_.anchor_every = std::max<std::uint64_t>(settings_.anchor_every, 1);
   settings_.start_bit %= 8;
   // A shorter difference is no step back, has no wrap step in it and is not implausible.
-  const std::uint64_t no_rule_ps = std::min({clock_.modulus_ps() / 2, clock_.wrap_step_ps(), detail::kImplausiblePs});
+  const detail::TruncatedClock clock(shift_);
+  const std::uint64_t no_rule_ps = std::min({clock.modulus_ps() / 2, clock.wrap_step_ps(), detail::kImplausiblePs});
   most_plain_quanta_ = std::min(records_.most_plain_quanta(), (no_rule_ps >> shift_) - 1);
 }
 
@@ -154,7 +141,7 @@ inline void PackedDeltaEncoder::finish(ByteQueue& payload) {
   const std::size_t before = payload.size();
   records_.fill_byte(static_cast<unsigned>(std::countr_zero(active_)), payload);
   check_.add_bytes(payload.bytes().subspan(before));
-  check_.finish(has_axis_, last_ps_);
+  check_.finish(forms_.has_axis(), last_ps_);
 }
 
 /// Tells the check where each tag ends, to the bit. Away from the end of a read that is not asked.
@@ -218,102 +205,19 @@ inline void PackedDeltaEncoder::encode_at_length(const TimeTag& tag, ByteQueue& 
   const auto time_ps = static_cast<std::uint64_t>(tag.time_ps);
   if (time_ps >> shift_ << shift_ != time_ps) refuse(tag, "the time lies between two quanta");
   Channel& channel = channels_[tag.channel];
-  if (!channel.clock.has_started()) {
-    append_anchor(tag.channel, first_anchor(tag), payload);
-  } else {
-    if (time_ps < channel.clock.last_ps()) {
-      append_late(tag, payload);
-    } else {
-      append_later(tag, payload);
-    }
-    channel.clock.advance(time_ps);
-  }
+  append(tag.channel, forms_.next(tag, channel.clock, channel.until_anchor == 0), payload);
   --channel.until_anchor;
 }
 
-/// A first anchor has no time to be near to: the laps come as the anchor's own difference.
-inline detail::PackedAnchor PackedDeltaEncoder::first_anchor(const TimeTag& tag) {
-  const auto time_ps = static_cast<std::uint64_t>(tag.time_ps);
-  const std::uint64_t reading_ps = clock_.reading_ps(time_ps);
-  const auto laps_in_reach = [this](std::uint64_t laps_ps) {
-    return records_.overflow_records(laps_ps >> shift_) <= kMostOverflowRecordsToStart;
-  };
-  if (!has_axis_ || settings_.channel_axes) {
-    const bool exact = laps_in_reach(time_ps - reading_ps) && !settings_.channel_axes;
-    axis_ps_ = exact ? 0 : reading_ps - time_ps;
-    has_axis_ = true;
+inline void PackedDeltaEncoder::append(unsigned channel, const detail::PackedTagForm& form, ByteQueue& payload) {
+  std::uint64_t& until_anchor = channels_[channel].until_anchor;
+  if (const auto* const anchor = std::get_if<detail::PackedAnchor>(&form)) {
+    records_.append_anchor(channel, *anchor, payload);
+    until_anchor = settings_.anchor_every;
+  } else {
+    records_.append_difference(channel, std::get<detail::PackedDifference>(form).quanta, payload);
+    until_anchor = std::max<std::uint64_t>(until_anchor, 1);  // one that was due here comes with the next tag
   }
-  const std::uint64_t decoded_ps = time_ps + axis_ps_;
-  const std::uint64_t base_ps = axis_ps_ == 0 ? reading_ps : decoded_ps % clock_.lap_ps();
-  if (static_cast<std::int64_t>(decoded_ps) < 0 || !laps_in_reach(decoded_ps - base_ps)) {
-    refuse(tag, "the channel's first tag lies on another lap of the anchors, 2^41 quanta, than the capture's");
-  }
-  channels_[tag.channel].clock.start(time_ps, axis_ps_);
-  return {base_ps >> shift_, (decoded_ps - base_ps) >> shift_};
-}
-
-/// A tag at or after its channel's last one.
-inline void PackedDeltaEncoder::append_later(const TimeTag& tag, ByteQueue& payload) {
-  Channel& channel = channels_[tag.channel];
-  const auto time_ps = static_cast<std::uint64_t>(tag.time_ps);
-  const std::uint64_t gap_ps = time_ps - channel.clock.last_ps();
-  if (internal_ && gap_ps > detail::kImplausiblePs) {
-    refuse(tag, "the channel was quiet for more than a second, which decoders of internal mode take for lost data");
-  }
-  // Decoders drop an anchor at the last time itself. One that is due there comes with the next tag.
-  const bool may_be_anchor = gap_ps != 0;
-  const bool anchor_is_due = channel.until_anchor == 0 && may_be_anchor;
-  const std::uint64_t as_many = anchor_is_due ? 0 : records_.anchor_records() - 1;
-  std::optional<std::uint64_t> difference_ps = later_difference(channel.clock, time_ps, UINT64_MAX);
-  if (may_be_anchor &&
-      (anchor_is_due || !difference_ps || records_.overflow_records(*difference_ps >> shift_) > as_many)) {
-    const auto anchor = later_anchor(channel.clock, time_ps);
-    if (anchor && records_.overflow_records(anchor->more) <= as_many) {
-      return append_anchor(tag.channel, *anchor, payload);
-    }
-    difference_ps = later_difference(channel.clock, time_ps, kMostOverflowRecords);
-    if (!difference_ps && anchor) return append_anchor(tag.channel, *anchor, payload);
-  }
-  if (!difference_ps) refuse(tag, "the gap takes more than 65536 overflow records, or decoders would misplace it");
-  channel.until_anchor = std::max<std::uint64_t>(channel.until_anchor, 1);
-  records_.append_difference(tag.channel, *difference_ps >> shift_, payload);
-}
-
-inline std::optional<std::uint64_t> PackedDeltaEncoder::later_difference(const detail::ChannelClock& clock,
-                                                                         std::uint64_t time_ps,
-                                                                         std::uint64_t most_overflow_records) const {
-  return clock.difference_ps(clock_, time_ps, [&](std::uint64_t stored_ps) {
-    const std::uint64_t modulus_ps = clock_.modulus_ps();
-    const bool reads_as_step_back = stored_ps <= modulus_ps && modulus_ps - stored_ps <= detail::kBackwardTolerancePs;
-    return !reads_as_step_back && records_.overflow_records(stored_ps >> shift_) <= most_overflow_records;
-  });
-}
-
-/// An anchor at the tag itself, or one at the last tag that comes with the gap.
-inline std::optional<detail::PackedAnchor> PackedDeltaEncoder::later_anchor(const detail::ChannelClock& clock,
-                                                                            std::uint64_t time_ps) const {
-  if (const auto base_ps = clock.base_ps(clock_, time_ps)) return detail::PackedAnchor{*base_ps >> shift_};
-  const auto base_ps = clock.base_ps(clock_, clock.last_ps());
-  const std::uint64_t more = (time_ps - clock.last_ps()) >> shift_;
-  if (!base_ps || records_.overflow_records(more) > kMostOverflowRecords) return std::nullopt;
-  return detail::PackedAnchor{*base_ps >> shift_, more};
-}
-
-/// A tag before its channel's last one: a difference just short of the modulus, or in external mode an anchor.
-inline void PackedDeltaEncoder::append_late(const TimeTag& tag, ByteQueue& payload) {
-  const detail::ChannelClock& clock = channels_[tag.channel].clock;
-  const auto time_ps = static_cast<std::uint64_t>(tag.time_ps);
-  const std::uint64_t back_ps = clock.last_ps() - time_ps;
-  if (back_ps > detail::kBackwardTolerancePs) refuse(tag, "it is more than 1 us earlier than its channel's last tag");
-  const std::uint64_t quanta = (clock_.modulus_ps() - back_ps) >> shift_;
-  const std::uint64_t records = records_.overflow_records(quanta);
-  const auto base_ps = clock.base_ps(clock_, time_ps);
-  if (!internal_ && base_ps && records >= records_.anchor_records()) {
-    return append_anchor(tag.channel, {*base_ps >> shift_}, payload);
-  }
-  if (records > kMostOverflowRecords) refuse(tag, "to step back takes more than 65536 overflow records");
-  channels_[tag.channel].until_anchor = std::max<std::uint64_t>(channels_[tag.channel].until_anchor, 1);
-  records_.append_difference(tag.channel, quanta, payload);
 }
 
 /// At the nearest quantum, halves later.
