@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_feeding.hpp"
 #include "support/delta32_payload.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 

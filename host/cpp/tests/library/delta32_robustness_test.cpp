@@ -5,9 +5,9 @@
 #include <cstdint>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_feeding.hpp"
 #include "support/delta32_payload.hpp"
 #include "support/random.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 

@@ -5,30 +5,21 @@
 #include <cstdint>
 #include <string>
 
-#include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_probe.hpp"
 #include "support/packed_debug_output.hpp"
 #include "support/packed_payload.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 
 using namespace orvo::test;
 using orvo::timing::PackedAlignment;
-using orvo::timing::StreamDecoder;
 using orvo::timing::StreamMode;
 
-constexpr PackedAlignment kNotFound = {};
 constexpr StreamMode kBothModes[] = {StreamMode::internal, StreamMode::external};
-
-PackedAlignment at(std::uint64_t drop_bytes, std::uint64_t bit_offset) {
-  return {true, drop_bytes, bit_offset};
-}
 
 /// Records of a byte: 5 payload bits. An anchor is 11 bytes.
 PackedAlignment probe(StreamMode mode, unsigned channel_mask, const Bytes& payload) {
-  StreamDecoder decoder = packed_decoder({.mode = mode, .channel_mask = channel_mask, .delta_bits = 5});
-  decoder.pending_bytes.append(payload.data(), payload.size());
-  return decoder.probe_packed_alignment(5, 8);
+  return orvo::test::probe({.mode = mode, .channel_mask = channel_mask, .delta_bits = 5}, payload);
 }
 
 std::string rejection(unsigned channel_mask, const Bytes& payload) {

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_probe.hpp"
 #include "support/packed_debug_output.hpp"
 #include "support/packed_payload.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 
@@ -16,19 +16,6 @@ using namespace orvo::test;
 using orvo::timing::PackedAlignment;
 using orvo::timing::StreamDecoder;
 using orvo::timing::StreamMode;
-
-constexpr PackedAlignment kNotFound = {};
-
-PackedAlignment at(std::uint64_t drop_bytes, std::uint64_t bit_offset) {
-  return {true, drop_bytes, bit_offset};
-}
-
-PackedAlignment probe(const PackedSetup& setup, const Bytes& payload) {
-  StreamDecoder decoder = packed_decoder(setup);
-  decoder.pending_bytes.append(payload.data(), payload.size());
-  const auto d = static_cast<std::int32_t>(setup.delta_bits);
-  return decoder.probe_packed_alignment(d, d + 3);
-}
 
 /// 5 payload bits, so a record is a byte: the sequence has 9 pieces, a whole anchor 11 bytes.
 PackedWriter records() {
@@ -61,6 +48,9 @@ TEST(PackedAlignment, IsNotFoundInNoBytesOrRecordsOfNoWidth) {
   }
   EXPECT_EQ(decoder.probe_packed_alignment(5, 0x7FFF'FFFF), at(0, 0));  // the width follows from the payload bits
   EXPECT_EQ(decoder.probe_packed_alignment(5, 8), at(0, 0));
+  using reference::search_alignment;
+  EXPECT_FALSE(search_alignment({.channel_mask = 1, .delta_bits = 0, .width = 3, .bytes = payload}).found);
+  EXPECT_FALSE(search_alignment({.channel_mask = 1, .delta_bits = 5, .width = 0, .bytes = payload}).found);
 }
 
 TEST(PackedAlignment, IsNotFoundInFewerBitsThanARecord) {

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_feeding.hpp"
 #include "support/packed_debug_output.hpp"
 #include "support/packed_payload.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 

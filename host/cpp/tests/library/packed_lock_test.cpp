@@ -5,9 +5,9 @@
 #include <cstddef>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_feeding.hpp"
 #include "support/packed_debug_output.hpp"
 #include "support/packed_payload.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <array>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "support/checked_feeding.hpp"
 #include "support/packed_payload.hpp"
-#include "support/stream_feeding.hpp"
 
 namespace {
 

@@ -9,6 +9,7 @@
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/bytes.hpp"
+#include "support/checked_feeding.hpp"
 
 namespace {
 
@@ -16,10 +17,8 @@ using namespace orvo::test;
 using orvo::timing::StreamDecoder;
 using orvo::timing::StreamFileHeader;
 using orvo::timing::StreamFormat;
-using orvo::timing::TimeTag;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Tags = std::vector<TimeTag>;
 
 constexpr std::int64_t kPeriod = 14'315'125'997'568;
 constexpr std::int64_t kHalf = 7'157'562'998'784;
@@ -29,10 +28,6 @@ StreamDecoder raw64_decoder(const std::string& tag_format) {
   header.stream_format = StreamFormat::raw64;
   header.raw64_tag_format = tag_format;
   return StreamDecoder(header);
-}
-Tags feed(StreamDecoder& decoder, const Bytes& chunk) {
-  decoder.pending_bytes.append(chunk.data(), chunk.size());
-  return decoder.feed_raw64();
 }
 Tags decode(const std::string& tag_format, const Bytes& payload) {
   StreamDecoder decoder = raw64_decoder(tag_format);
@@ -48,9 +43,6 @@ Tags decode_in_chunks(const std::string& tag_format, const Bytes& payload, const
     all.insert(all.end(), tags.begin(), tags.end());
   }
   return all;
-}
-TimeTag tag(int channel, std::int64_t time_ps) {
-  return {static_cast<std::uint8_t>(channel), time_ps};
 }
 
 TEST(Raw64Ps, ReadsChannelAndTimeOfABigEndianWord) {

@@ -6,8 +6,10 @@
 #include <span>
 #include <string>
 
+#include "orvo/timing/stream_decoder.hpp"
+#include "support/as_reference.hpp"
 #include "support/bytes.hpp"
-#include "support/checked_decoders.hpp"
+#include "support/checked_feeding.hpp"
 #include "support/delta32_payload.hpp"
 #include "support/delta32_streams.hpp"
 #include "support/streams.hpp"
@@ -21,14 +23,24 @@ struct Totals {
 
 /// Feeds the stream to both in the same chunks.
 void compare_on(const Bytes& stream, Random& random, const std::string& name, Totals& totals) {
-  CheckedDelta32 model{delta32_header()};
+  timing::StreamDecoder decoder = delta32_decoder();
   for (std::size_t at = 0; at < stream.size();) {
     const std::size_t size = std::min(chunk_size(random), stream.size() - at);
-    totals.tags += model.feed(std::span(stream).subspan(at, size)).size();
-    ASSERT_EQ(model.apart, "") << name << ", chunk of " << size << " bytes at " << at;
+    const Compared compared = compare_chunk(decoder, std::span(stream).subspan(at, size));
+    ASSERT_EQ(compared.apart, "") << name << ", chunk of " << size << " bytes at " << at;
+    totals.tags += compared.tags.size();
     at += size;
   }
   totals.words += stream.size() / 4;
+}
+
+TEST(Delta32AgainstReference, CleanStreamsGiveTheEncodedTimes) {
+  Random random(3201);
+  for (int i = 0; i < 200; ++i) {
+    const CleanStream clean = clean_delta32(random, 1000);
+    timing::StreamDecoder decoder = delta32_decoder();
+    EXPECT_EQ(first_difference(as_reference(feed(decoder, clean.bytes)), clean.tags), "") << "stream " << i;
+  }
 }
 
 TEST(Delta32AgainstReference, ValidStreams) {

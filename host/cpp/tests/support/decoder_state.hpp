@@ -1,75 +1,82 @@
 #pragma once
-// The state of the product's decoder beside that of a reference decoder.
+// The state of the product's decoder and that of a reference decoder, field by field: to compare the two, and to
+// start the one where the other stands.
 #include <algorithm>
 #include <string>
+#include <type_traits>
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "reference/delta32.hpp"
 #include "reference/packed_delta.hpp"
 #include "reference/raw64.hpp"
+#include "support/as_reference.hpp"
 
 namespace orvo::test {
 
-/// Collects the names of what differs.
-class Differences {
- public:
-  template <class A, class B>
-  Differences& compare(const char* name, const A& a, const B& b) {
-    if (!(a == b)) names_ += std::string(" ") + name;
-    return *this;
-  }
-  template <class A, class B>
-  Differences& compare_bytes(const A& a, const B& b) {
-    if (!std::equal(a.begin(), a.end(), b.begin(), b.end())) names_ += " pending_bytes";
-    return *this;
-  }
-  std::string names() const { return names_; }
+/// Hands the decoder's name, its member and the reference's member of each field to `action`, the waiting bytes
+/// aside.
+template <class Action>
+void for_each_field(std::type_identity<reference::Raw64Decoder>, Action action) {
+  using Decoder = timing::StreamDecoder;
+  using Reference = reference::Raw64Decoder;
+  action("raw64_prev", &Decoder::raw64_prev, &Reference::previous);
+  action("raw64_prev_valid", &Decoder::raw64_prev_valid, &Reference::previous_valid);
+  action("raw64_epoch", &Decoder::raw64_epoch, &Reference::epoch);
+}
 
- private:
-  std::string names_;
-};
+template <class Action>
+void for_each_field(std::type_identity<reference::Delta32Decoder>, Action action) {
+  using Decoder = timing::StreamDecoder;
+  using Reference = reference::Delta32Decoder;
+  action("d32_last_time", &Decoder::d32_last_time, &Reference::last_time);
+  action("d32_has_time", &Decoder::d32_has_time, &Reference::has_time);
+  action("d32_synced", &Decoder::d32_synced, &Reference::synced);
+  action("d32_frame_state", &Decoder::d32_frame_state, &Reference::frame_state);
+  action("d32_base_low", &Decoder::d32_base_low, &Reference::base_low);
+  action("d32_base", &Decoder::d32_base, &Reference::base);
+  action("d32_base_valid", &Decoder::d32_base_valid, &Reference::base_valid);
+  action("d32_extension", &Decoder::d32_extension, &Reference::extension);
+}
+
+template <class Action>
+void for_each_field(std::type_identity<reference::PackedDeltaDecoder>, Action action) {
+  using Decoder = timing::StreamDecoder;
+  using Reference = reference::PackedDeltaDecoder;
+  action("bit_offset", &Decoder::bit_offset, &Reference::bit_offset);
+  action("packed_locked", &Decoder::packed_locked, &Reference::locked);
+  action("pk_last_time", &Decoder::pk_last_time, &Reference::last_time);
+  action("pk_has_time", &Decoder::pk_has_time, &Reference::has_time);
+  action("pk_overflow", &Decoder::pk_overflow, &Reference::overflow);
+  action("pk_emitted_time", &Decoder::pk_emitted_time, &Reference::emitted_time);
+  action("pk_has_emitted", &Decoder::pk_has_emitted, &Reference::has_emitted);
+  action("pk_sync_left", &Decoder::pk_sync_left, &Reference::sync_left);
+  action("pk_sync_channel", &Decoder::pk_sync_channel, &Reference::sync_channel);
+  action("pk_sync_value", &Decoder::pk_sync_value, &Reference::sync_value);
+  action("pk_sync_bits", &Decoder::pk_sync_bits, &Reference::sync_bits);
+  action("pk_anchor_channel", &Decoder::pk_anchor_channel, &Reference::anchor_channel);
+  action("pk_anchor_base", &Decoder::pk_anchor_base, &Reference::anchor_base);
+}
 
 /// The names of the decoder's members that are not as expected; empty when all are.
-inline std::string difference(const timing::StreamDecoder& decoder, const reference::Raw64Decoder& expected) {
-  return Differences()
-      .compare_bytes(decoder.pending_bytes, expected.pending)
-      .compare("raw64_prev", decoder.raw64_prev, expected.previous)
-      .compare("raw64_prev_valid", decoder.raw64_prev_valid, expected.previous_valid)
-      .compare("raw64_epoch", decoder.raw64_epoch, expected.epoch)
-      .names();
+template <class Reference>
+std::string difference(const timing::StreamDecoder& decoder, const Reference& expected) {
+  const bool same_bytes = std::equal(decoder.pending_bytes.begin(), decoder.pending_bytes.end(),
+                                     expected.pending.begin(), expected.pending.end());
+  std::string names = same_bytes ? "" : " pending_bytes";
+  for_each_field(std::type_identity<Reference>(), [&](const char* name, auto member, auto counterpart) {
+    if (!(decoder.*member == expected.*counterpart)) names += std::string(" ") + name;
+  });
+  return names;
 }
 
-inline std::string difference(const timing::StreamDecoder& decoder, const reference::Delta32Decoder& expected) {
-  return Differences()
-      .compare_bytes(decoder.pending_bytes, expected.pending)
-      .compare("d32_last_time", decoder.d32_last_time, expected.last_time)
-      .compare("d32_has_time", decoder.d32_has_time, expected.has_time)
-      .compare("d32_synced", decoder.d32_synced, expected.synced)
-      .compare("d32_frame_state", decoder.d32_frame_state, expected.frame_state)
-      .compare("d32_base_low", decoder.d32_base_low, expected.base_low)
-      .compare("d32_base", decoder.d32_base, expected.base)
-      .compare("d32_base_valid", decoder.d32_base_valid, expected.base_valid)
-      .compare("d32_extension", decoder.d32_extension, expected.extension)
-      .names();
-}
-
-inline std::string difference(const timing::StreamDecoder& decoder, const reference::PackedDeltaDecoder& expected) {
-  return Differences()
-      .compare_bytes(decoder.pending_bytes, expected.pending)
-      .compare("bit_offset", decoder.bit_offset, expected.bit_offset)
-      .compare("packed_locked", decoder.packed_locked, expected.locked)
-      .compare("pk_last_time", decoder.pk_last_time, expected.last_time)
-      .compare("pk_has_time", decoder.pk_has_time, expected.has_time)
-      .compare("pk_overflow", decoder.pk_overflow, expected.overflow)
-      .compare("pk_emitted_time", decoder.pk_emitted_time, expected.emitted_time)
-      .compare("pk_has_emitted", decoder.pk_has_emitted, expected.has_emitted)
-      .compare("pk_sync_left", decoder.pk_sync_left, expected.sync_left)
-      .compare("pk_sync_channel", decoder.pk_sync_channel, expected.sync_channel)
-      .compare("pk_sync_value", decoder.pk_sync_value, expected.sync_value)
-      .compare("pk_sync_bits", decoder.pk_sync_bits, expected.sync_bits)
-      .compare("pk_anchor_channel", decoder.pk_anchor_channel, expected.anchor_channel)
-      .compare("pk_anchor_base", decoder.pk_anchor_base, expected.anchor_base)
-      .names();
+/// A reference decoder that stands where `decoder` stands.
+template <class Reference>
+Reference in_state_of(const timing::StreamDecoder& decoder) {
+  Reference out(as_reference(decoder.header));
+  out.pending.assign(decoder.pending_bytes.begin(), decoder.pending_bytes.end());
+  for_each_field(std::type_identity<Reference>(),
+                 [&](const char*, auto member, auto counterpart) { out.*counterpart = decoder.*member; });
+  return out;
 }
 
 }  // namespace orvo::test

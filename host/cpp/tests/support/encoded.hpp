@@ -33,7 +33,7 @@ inline Bytes encoded(const timing::StreamFileHeader& header, const Tags& tags,
 
 inline Tags decoded(const timing::StreamFileHeader& header, const Bytes& payload) {
   timing::StreamDecoder decoder(header);
-  return feed_in_chunks(decoder, payload, std::size_t{1} << 20);
+  return in_chunks(payload, std::size_t{1} << 20, [&](auto chunk) { return decoder.feed(chunk); });
 }
 
 /// What a decoder makes of the encoded tags, in reads of 1 MiB; every channel's times moved by what the encoder says

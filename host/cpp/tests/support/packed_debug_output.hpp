@@ -16,6 +16,18 @@ class PackedDebugOn {
   ~PackedDebugOn() { ::unsetenv("ORVO_PACKED_DEBUG"); }
 };
 
+/// The debug log on for its lifetime, and standard error kept from the screen.
+class PackedDebugUnseen {
+ public:
+  PackedDebugUnseen() { testing::internal::CaptureStderr(); }
+  PackedDebugUnseen(const PackedDebugUnseen&) = delete;
+  PackedDebugUnseen& operator=(const PackedDebugUnseen&) = delete;
+  ~PackedDebugUnseen() { testing::internal::GetCapturedStderr(); }
+
+ private:
+  PackedDebugOn on_;
+};
+
 /// All that `action` writes to standard error.
 template <class Action>
 std::string standard_error_of(Action&& action) {

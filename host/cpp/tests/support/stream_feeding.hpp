@@ -1,11 +1,12 @@
 #pragma once
-// Feeding payload bytes to a decoder by hand, one chunk per call, and reading whole capture files.
+// Tags and payloads in pieces, as tests feed them to decoders, and whole capture files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -69,18 +70,12 @@ inline void expect_same(const Tags& actual, const Tags& expected) {
   EXPECT_EQ(*at, *wanted) << "tag " << at - actual.begin();
 }
 
-/// One chunk, as one read of a file brings it, in the encoding the decoder's header names.
-inline Tags feed(timing::StreamDecoder& decoder, const Bytes& chunk) {
-  return decoder.feed(chunk);
-}
-
-/// All of `payload` in chunks of `chunk_bytes`, the last one shorter.
-inline Tags feed_in_chunks(timing::StreamDecoder& decoder, const Bytes& payload, std::size_t chunk_bytes) {
+/// The tags that `decode` gives for all of `payload`, in chunks of `chunk_bytes`, the last one shorter.
+template <class Decode>
+Tags in_chunks(std::span<const std::uint8_t> payload, std::size_t chunk_bytes, Decode decode) {
   Tags tags;
-  for (std::size_t at = 0; at < payload.size(); at += chunk_bytes) {
-    const auto begin = payload.begin() + static_cast<std::ptrdiff_t>(at);
-    const auto size = static_cast<std::ptrdiff_t>(std::min(chunk_bytes, payload.size() - at));
-    tags = std::move(tags) + feed(decoder, Bytes(begin, begin + size));
+  for (; !payload.empty(); payload = payload.subspan(std::min(chunk_bytes, payload.size()))) {
+    tags = std::move(tags) + decode(payload.first(std::min(chunk_bytes, payload.size())));
   }
   return tags;
 }
