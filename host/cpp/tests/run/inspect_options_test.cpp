@@ -101,6 +101,18 @@ TEST_F(InspectOptions, JsonOnStandardOutputStandsAlone) {
   EXPECT_EQ(report.at("file").at("path"), "c.tagcap");
 }
 
+// Every report of these tests is held to the schema; this one shows that a report can fail.
+TEST_F(InspectOptions, JsonHoldsToThePublishedSchema) {
+  if (!can_check_schema()) GTEST_SKIP() << "no python3 with the module jsonschema was found";
+  Json report = this->report();
+  const std::string changed = (directory() / "changed.json").string();
+  write_file(changed, report.dump());
+  EXPECT_EQ(checked_against_schema({changed}).exit_status, 0);
+  report.at("channels").erase(3);
+  write_file(changed, report.dump());
+  EXPECT_EQ(checked_against_schema({changed}).exit_status, 1);
+}
+
 TEST_F(InspectOptions, JsonOfSeveralCapturesIsAnArrayOfThoseThatCouldBeRead) {
   expect({"--quiet", "--json", "r.json", "c.tagcap", "none", "cut.tagcap"}, 1, "",
          "cannot open none: No such file or directory\n");

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -120,6 +118,24 @@ class InspectedCapture : public testing::Test {
 
   const TempDirectory& directory() const { return directory_; }
 
+  /// Whether a Python with the module that checks schemas was found when the build was configured.
+  static bool can_check_schema() { return *ORVO_TEST_SCHEMA_PYTHON != '\0'; }
+  /// Status 0 when all these files hold to the published schema.
+  static ProgramResult checked_against_schema(const std::vector<std::string>& reports) {
+    std::vector<std::string> arguments = {
+        "-c",
+        "import json, sys, jsonschema\n"
+        "schema = json.load(open(sys.argv[1]))\n"
+        "for path in sys.argv[2:]: jsonschema.validate(json.load(open(path)), schema)",
+        schema().string()};
+    arguments.insert(arguments.end(), reports.begin(), reports.end());
+    return run_program({.program = ORVO_TEST_SCHEMA_PYTHON,
+                        .arguments = std::move(arguments),
+                        .directory = "/",
+                        .argv0 = {},
+                        .environment = {}});
+  }
+
  private:
   static std::size_t header_bytes(const std::string& file) {
     std::size_t bytes = 0;
@@ -128,21 +144,8 @@ class InspectedCapture : public testing::Test {
   }
 
   void TearDown() override {
-    if (reports_.empty()) return;
-    static const bool has_module = std::system("python3 -c 'import jsonschema' 2>/dev/null") == 0;
-    if (!has_module) {
-      std::puts("no Python module jsonschema here: schema not checked");
-      return;
-    }
-    std::vector<std::string> arguments = {
-        "python3", "-c",
-        "import json, sys, jsonschema\n"
-        "schema = json.load(open(sys.argv[1]))\n"
-        "for path in sys.argv[2:]: jsonschema.validate(json.load(open(path)), schema)",
-        schema().string()};
-    arguments.insert(arguments.end(), reports_.begin(), reports_.end());
-    const ProgramResult result = run_program(
-        {.program = "/usr/bin/env", .arguments = arguments, .directory = "/", .argv0 = {}, .environment = {}});
+    if (reports_.empty() || !can_check_schema()) return;
+    const ProgramResult result = checked_against_schema(reports_);
     EXPECT_EQ(result.exit_status, 0) << result.err;
   }
 
