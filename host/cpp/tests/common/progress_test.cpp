@@ -58,6 +58,14 @@ TEST(Progress, TellsTheRateAndTheTimeThatIsLeft) {
   EXPECT_EQ(out.str(), "\rconverting: 33 %, 256 MiB/s, 4.00 s left");
 }
 
+// A pipe does not say how much is to come.
+TEST(Progress, TellsHowMuchWasDoneWhereTheTotalIsNotKnown) {
+  std::ostringstream out;
+  Progress progress(out, true, "converting", kStart);
+  progress.tell_bytes(512ull << 20, 0, kStart + 2s);
+  EXPECT_EQ(out.str(), "\rconverting: 512 MiB, 256 MiB/s");
+}
+
 TEST(Progress, WipesOutTheEndOfALongerLine) {
   std::ostringstream out;
   {

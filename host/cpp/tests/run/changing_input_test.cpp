@@ -1,21 +1,18 @@
 // A capture that changes while it is read; and a capture that must not be changed by being read.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/hostile_captures.hpp"
 #include "support/product_root.hpp"
+#include "support/stopped_amid.hpp"
 #include "support/verify_captures.hpp"
 
 namespace {
@@ -23,21 +20,6 @@ namespace {
 using namespace orvo::test;
 
 constexpr std::uintmax_t kGapBytes = 128 << 20;
-
-/// The position of a process in a file that it has open; 0 if it has not opened it.
-std::uint64_t position_in(pid_t process, const fs::path& file) {
-  const fs::path proc = "/proc/" + std::to_string(process);
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(proc / "fd", error)) {
-    if (fs::read_symlink(entry.path(), error) != file) continue;
-    std::ifstream info(proc / "fdinfo" / entry.path().filename());
-    std::string word;
-    std::uint64_t position = 0;
-    info >> word >> position;
-    return position;
-  }
-  return 0;
-}
 
 class ChangingInput : public ProductRoot {
  protected:
@@ -52,43 +34,15 @@ class ChangingInput : public ProductRoot {
     out.write(reinterpret_cast<const char*>(pair.data()), static_cast<std::streamsize>(pair.size()));
   }
 
-  /// Runs the tool and does something to the capture while the tool is within the gap; exit status 126 if it was
-  /// never seen there.
-  int run_and(const std::function<void()>& change) const {
-    for (int attempt = 0; attempt < 20; ++attempt) {
-      write_capture();
-      const pid_t tool = ::fork();
-      if (tool == 0) {
-        if (::chdir(cwd().c_str()) != 0 || ::dup2(::open("/dev/null", O_WRONLY), 1) < 0) ::_exit(125);
-        ::execl(ORVO_TEST_TOOL, ORVO_TEST_TOOL, "c.tagcap", "--out-prefix=r", nullptr);
-        ::_exit(127);
-      }
-      const bool caught = stop_amid_gap(tool);
-      if (caught) change();
-      ::kill(tool, SIGCONT);
-      int status = 0;
-      ::waitpid(tool, &status, 0);
-      if (caught) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    return 126;
-  }
-
- private:
-  bool stop_amid_gap(pid_t tool) const {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (std::chrono::steady_clock::now() < deadline) {
-      const std::uint64_t position = position_in(tool, capture());
-      if (position > (1 << 20)) {
-        ::kill(tool, SIGSTOP);
-        int status = 0;
-        if (::waitpid(tool, &status, WUNTRACED) != tool || !WIFSTOPPED(status)) return false;
-        return position_in(tool, capture()) < kGapBytes - (8 << 20);
-      }
-      siginfo_t ended = {};
-      if (::waitid(P_PID, static_cast<id_t>(tool), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 || ended.si_pid != 0)
-        return false;
-    }
-    return false;
+  /// Runs the tool and does something to the capture while the tool is within the gap.
+  int run_and(std::function<void()> change) const {
+    return run_stopped_amid({.words = {ORVO_TEST_TOOL, "c.tagcap", "--out-prefix=r"},
+                             .directory = cwd(),
+                             .file = capture(),
+                             .from = 1 << 20,
+                             .to = kGapBytes - (8 << 20),
+                             .prepare = [this] { write_capture(); },
+                             .meanwhile = std::move(change)});
   }
 };
 

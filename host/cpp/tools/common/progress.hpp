@@ -32,15 +32,20 @@ class Progress {
     if (is_due(now)) show(percent(done));
   }
 
-  /// The same with the rate so far and the time it leaves: "converting: 25 %, 310 MiB/s, 3.20 s left".
+  /// The same with the rate so far and the time it leaves: "converting: 25 %, 310 MiB/s, 3.20 s left". Where the
+  /// total is not known, 0, it tells how much was done: "converting: 1.50 GiB, 310 MiB/s".
   void tell_bytes(std::uint64_t done, std::uint64_t total, Clock::time_point now = Clock::now()) {
     if (!is_due(now)) return;
     const double bytes_per_second = static_cast<double>(done) / std::chrono::duration<double>(now - start_).count();
+    const std::string rate = text_of_bytes(static_cast<std::uint64_t>(bytes_per_second)) + "/s";
+    if (total == 0 && done != 0) {
+      show(text_of_bytes(done) + ", " + rate);
+      return;
+    }
     const auto left = static_cast<double>(total - std::min(done, total));
     std::string line = percent(total == 0 ? 1 : 1 - left / static_cast<double>(total));
     if (done != 0) {
-      line += ", " + text_of_bytes(static_cast<std::uint64_t>(bytes_per_second)) + "/s, " +
-              text_of_time_ps(left / bytes_per_second * 1e12) + " left";
+      line += ", " + rate + ", " + text_of_time_ps(left / bytes_per_second * 1e12) + " left";
     }
     show(line);
   }

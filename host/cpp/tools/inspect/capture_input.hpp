@@ -87,6 +87,8 @@ class CaptureInput {
   std::optional<std::int64_t> modified_s() const { return modified_s_; }
   std::uint64_t payload_bytes_read() const { return payload_bytes_; }
   std::uint64_t bytes_read() const { return orvo::timing::kStreamFilePrefixBytes + header_bytes_ + payload_bytes_; }
+  /// Length of an ordinary file when it was opened; 0 of anything else.
+  std::uint64_t expected_bytes() const { return file_bytes_; }
   /// Length of an ordinary file when it was opened, or of what was read, whichever is more.
   std::uint64_t file_bytes() const { return std::max(file_bytes_, bytes_read()); }
 

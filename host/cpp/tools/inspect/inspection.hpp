@@ -74,7 +74,7 @@ class Inspection {
       } else {
         decoder_.pending_bytes.clear();
       }
-      progress.tell_bytes(input_.bytes_read(), input_.file_bytes());
+      progress.tell_bytes(input_.bytes_read(), input_.expected_bytes());
       stopped_early_ = collector_->is_full();
       if (stopped_early_) return;
     }

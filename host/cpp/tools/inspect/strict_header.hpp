@@ -41,7 +41,7 @@ class StrictHeaderReader : public nlohmann::json_sax<nlohmann::json> {
   bool binary(binary_t&) override { return other(); }
   bool start_object(std::size_t) override {
     if (depth_ == 0) header_.is_object = true;
-    in_config_ = depth_ == 1 && key_ == "packed_delta_config";
+    if (depth_ == 1) in_config_ = key_ == "packed_delta_config";
     return open();
   }
   bool end_object() override { return close(); }
