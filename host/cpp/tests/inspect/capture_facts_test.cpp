@@ -28,16 +28,33 @@ TEST(IntervalBins, StartAtTheSmallestNumberWhoseEighthPowerReachesThem) {
     EXPECT_TRUE(low == 1 || less(power(low - 1, 8), power(10, static_cast<unsigned>(i)))) << i;
     EXPECT_EQ(interval_bin(low), i == 1 ? 2 : i);
     EXPECT_TRUE(low == 1 || interval_bin(low - 1) < i) << i;
+    if (low > std::uint64_t{1} << 53) continue;
+    EXPECT_EQ(short_interval_bin(low), interval_bin(low));
+    EXPECT_TRUE(low == 1 || short_interval_bin(low - 1) == interval_bin(low - 1)) << i;
   }
   EXPECT_EQ(interval_bin(2), 2u);
   EXPECT_EQ(interval_bin(UINT64_MAX), 154u);
   for (std::uint64_t step = 1; step < 300; ++step) EXPECT_EQ(interval_bin(step), bin_of(step)) << step;
 }
 
+TEST(Multiples, AreWhatDivisionLeavesNothingOf) {
+  std::mt19937_64 random(3);
+  for (int i = 0; i < 20'000; ++i) {
+    const std::uint64_t divisor = std::max<std::uint64_t>(random() >> random() % 64, 1);
+    const std::uint64_t number = random() >> random() % 64;
+    const Multiples multiples(divisor);
+    ASSERT_EQ(multiples.contain(number), number % divisor == 0) << number << " of " << divisor;
+    ASSERT_TRUE(multiples.contain(number / divisor * divisor)) << number << " of " << divisor;
+    ASSERT_EQ(multiples.has_mask(), (divisor & (divisor - 1)) == 0);
+    if (!multiples.has_mask()) continue;
+    ASSERT_EQ(multiples.mask(), divisor - 1);
+  }
+}
+
 /// Streams of every kind: in order or not, on a grid, with losses, with times of any size.
-std::vector<SeenTag> stream(std::mt19937_64& random, bool hostile) {
+std::vector<SeenTag> stream(std::mt19937_64& random, bool hostile, std::uint64_t most_tags) {
   const auto below = [&](std::uint64_t n) { return random() % n; };
-  std::vector<SeenTag> tags(below(1'000));
+  std::vector<SeenTag> tags(below(most_tags));
   const std::uint64_t grid = below(3) == 0 ? std::uint64_t{1} << below(6) : below(3) == 0 ? 1 + below(30) : 1;
   const std::uint64_t channels = 1 + below(4);
   const std::uint64_t usual = std::uint64_t{1} << below(44);
@@ -93,9 +110,9 @@ void expect_same(const ChannelFacts& facts, const SlowChannel& slow) {
   }
 }
 
-void compare(std::uint64_t seed, bool hostile) {
+void compare(std::uint64_t seed, bool hostile, std::uint64_t most_tags = 1'000) {
   std::mt19937_64 random(seed);
-  std::vector<SeenTag> tags = stream(random, hostile);
+  std::vector<SeenTag> tags = stream(random, hostile, most_tags);
   FactCollector collector(orvo::timing::StreamFileHeader{}, 0);
   feed(collector, tags, random);
   for (unsigned c = 0; c < 4; ++c) expect_same(collector.facts().channels[c], slow_channel(tags, c));
@@ -119,6 +136,45 @@ TEST(CaptureFacts, AreThoseOfTheSlowWayForTimesOfAnySize) {
   for (std::uint64_t seed = 0; seed < 50; ++seed) {
     compare(seed, true);
     if (HasFailure()) FAIL() << "seed " << seed;
+  }
+}
+
+// Longer ones, in which most blocks hold nothing special.
+TEST(CaptureFacts, AreThoseOfTheSlowWayWhereTagsAreMany) {
+  for (std::uint64_t seed = 0; seed < 40; ++seed) {
+    compare(seed, false, 60'000);
+    if (HasFailure()) FAIL() << "seed " << seed;
+  }
+}
+
+// What a block says at once is what its tags say one after the other.
+TEST(StreamOrder, OfBlocksIsThatOfSingleTags) {
+  for (std::uint64_t seed = 0; seed < 40; ++seed) {
+    std::mt19937_64 random(seed);
+    std::vector<SeenTag> tags = stream(random, seed % 4 == 0, 30'000);
+    for (SeenTag& tag : tags) {
+      if (random() % 2'000 == 0) tag.time_ps -= 1'500'000'000;
+    }
+    FactCollector collector(orvo::timing::StreamFileHeader{}, 0);
+    StreamOrder single(true);
+    for (const SeenTag& tag : tags) {
+      collector.add(tag.channel, tag.time_ps);
+      const auto channel = static_cast<std::uint8_t>(tag.channel);
+      single.add({&channel, 1}, {&tag.time_ps, 1});
+    }
+    collector.finish();
+    const StreamOrder& order = collector.facts().order;
+    ASSERT_EQ(order.jumps(), single.jumps()) << seed;
+    for (unsigned c = 0; c < 4; ++c) {
+      ASSERT_EQ(order.first_jump(c).has_value(), single.first_jump(c).has_value()) << seed;
+      ASSERT_EQ(order.lost_lap(c).has_value(), single.lost_lap(c).has_value()) << seed;
+      if (order.first_jump(c)) {
+        EXPECT_EQ(order.first_jump(c)->time_ps, single.first_jump(c)->time_ps);
+        EXPECT_EQ(order.first_jump(c)->back_ps, single.first_jump(c)->back_ps);
+      }
+      if (!order.lost_lap(c)) continue;
+      EXPECT_EQ(order.lost_lap(c)->quiet_ps, single.lost_lap(c)->quiet_ps);
+    }
   }
 }
 
@@ -179,6 +235,27 @@ TEST(RepeatedPieces, AreFoundWhereverTheyStand) {
   twice.add(channels, steps);
   twice.add(std::span(channels).subspan(3'000, 5'000), std::span(steps).subspan(3'000, 5'000));
   EXPECT_GT(twice.found(), 5u);
+  // In whatever parts the tags come.
+  RepeatedPieces split;
+  for (std::size_t at = 0; at < 25'000; at += 7) {
+    std::vector<std::uint64_t> part;
+    for (std::size_t i = at; i < std::min<std::size_t>(at + 7, 25'000); ++i) {
+      part.push_back(steps[i < 20'000 ? i : i - 17'000]);
+    }
+    split.add(std::span(channels).first(part.size()), part);
+  }
+  EXPECT_EQ(split.found(), twice.found());
+  EXPECT_EQ(split.tags(), twice.tags());
+  // On another channel they are others.
+  RepeatedPieces other;
+  other.add(channels, steps);
+  other.add(std::vector<std::uint8_t>(5'000, 2), std::span(steps).subspan(3'000, 5'000));
+  EXPECT_EQ(other.found(), 0u);
+  RepeatedPieces few_kinds;
+  for (std::uint64_t& step : steps) step = 1'000'000 + random() % 10;
+  few_kinds.add(channels, steps);
+  few_kinds.add(channels, steps);
+  EXPECT_EQ(few_kinds.found(), 0u);
   RepeatedPieces periodic;
   periodic.add(channels, std::vector<std::uint64_t>(20'000, 10'000'000));
   EXPECT_EQ(periodic.found(), 0u);

@@ -81,7 +81,8 @@ class FactCollector : public orvo::timing::NoLossListener {
   void begin_chunk(std::size_t) {
     if (!may_discard_) return;
     take_block();
-    before_chunk_ = std::make_unique<State>(State{*facts_, loss_inside_, left_});
+    if (!before_chunk_) before_chunk_ = std::make_unique<State>(State{*facts_, loss_inside_, left_});
+    *before_chunk_ = {*facts_, loss_inside_, left_};
   }
   void add(unsigned channel, std::int64_t time_ps) {
     block_.channels[block_.size] = static_cast<std::uint8_t>(channel);
@@ -125,29 +126,25 @@ class FactCollector : public orvo::timing::NoLossListener {
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(block_.size, left_));
     block_.size = 0;
     left_ -= size;
+    if (size == 0) return;
     const auto channels = std::span<const std::uint8_t>(block_.channels).first(size);
     const auto times_ps = std::span<const std::int64_t>(block_.times_ps).first(size);
-    if (!take_plain_steps(channels, times_ps)) {
+    ChannelMarks marks;
+    const bool plain = measure_steps(channels, times_ps, marks);
+    if (plain) {
+      take_plain_steps(channels, std::span<const std::uint64_t>(block_.steps_ps).first(size), marks);
+    } else {
       for (std::size_t i = 0; i < size; ++i) take_step(channels[i], times_ps[i]);
     }
-    trace(channels, times_ps);
-    facts_->order.add(channels, times_ps);
+    trace(channels, times_ps, marks);
+    facts_->order.add_block(marks, channels, times_ps);
   }
 
-  void trace(std::span<const std::uint8_t> channels, std::span<const std::int64_t> times_ps) {
-    if (times_ps.empty()) return;
+  void trace(std::span<const std::uint8_t> channels, std::span<const std::int64_t> times_ps,
+             const ChannelMarks& marks) {
     RateTrace& trace = facts_->trace;
-    std::int64_t first_ps = times_ps[0];
-    std::int64_t last_ps = times_ps[0];
-    std::uint64_t counts = 0;  // 16 bits for each channel
-    for (std::size_t i = 0; i < times_ps.size(); ++i) {
-      first_ps = std::min(first_ps, times_ps[i]);
-      last_ps = std::max(last_ps, times_ps[i]);
-      counts += std::uint64_t{1} << 16 * channels[i];
-    }
-    if (trace.is_one_slice(first_ps, last_ps)) {
-      for (unsigned c = 0; c < orvo::timing::kChannels; ++c)
-        trace.add_to_slice(c, first_ps, counts >> 16 * c & 0xFFFF);
+    if (trace.is_one_slice(times_ps)) {
+      for (unsigned c = 0; c < orvo::timing::kChannels; ++c) trace.add_to_slice(c, times_ps[0], marks.counts[c]);
     } else {
       for (std::size_t i = 0; i < times_ps.size(); ++i) trace.add(channels[i], times_ps[i]);
     }
@@ -161,34 +158,57 @@ class FactCollector : public orvo::timing::NoLossListener {
     loss_inside_[channel] = false;
   }
 
-  /// The steps of a block whose tags all come later than the one before on their channel, without a loss inside.
-  /// False, and nothing done, when it is another one.
-  bool take_plain_steps(std::span<const std::uint8_t> channels, std::span<const std::int64_t> times_ps) {
-    std::array<std::array<std::uint64_t, Block::kMost>, orvo::timing::kChannels> steps_ps;
-    std::array<std::size_t, orvo::timing::kChannels> counts{};
-    std::array<std::int64_t, orvo::timing::kChannels> latest_ps;
+  /// Fills the block's steps and marks: to whether all steps are plain, without a loss inside.
+  bool measure_steps(std::span<const std::uint8_t> channels, std::span<const std::int64_t> times_ps,
+                     ChannelMarks& marks) {
+    std::array<std::uint64_t, orvo::timing::kChannels> least_ps;
+    std::array<std::uint64_t, orvo::timing::kChannels> most_ps;
+    std::array<std::uint64_t, orvo::timing::kChannels> masks;
+    std::array<Multiples, orvo::timing::kChannels> grids;
+    bool all_have_masks = true;
     for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
-      latest_ps[c] = facts_->channels[c].latest_ps();
-      if (loss_inside_[c]) return false;
+      marks.latest_ps[c] = facts_->channels[c].latest_ps();
+      const PlainSteps plain = loss_inside_[c] ? PlainSteps() : facts_->channels[c].plain_steps();
+      least_ps[c] = plain.least_ps;
+      most_ps[c] = plain.most_ps;
+      grids[c] = plain.grid;
+      masks[c] = plain.grid.has_mask() ? plain.grid.mask() : 0;
+      all_have_masks = all_have_masks && plain.grid.has_mask();
     }
-    bool plain = true;
+    // A step that is too short or too long is one whose distance from the limit is negative; a negative step is too
+    // long. All signs together tell whether there is one.
+    std::uint64_t signs = 0;
+    std::uint64_t off_grid = 0;
+    static constexpr std::array<std::uint64_t, orvo::timing::kChannels> kOne = {1, 1 << 16, 1ull << 32, 1ull << 48};
+    std::uint64_t counts = 0;  // 16 bits for each channel
     for (std::size_t i = 0; i < times_ps.size(); ++i) {
-      const unsigned c = channels[i];
-      const std::uint64_t step = static_cast<std::uint64_t>(times_ps[i]) - static_cast<std::uint64_t>(latest_ps[c]);
-      plain = plain & (times_ps[i] > latest_ps[c]);
-      latest_ps[c] = times_ps[i];
+      const std::size_t c = channels[i];
+      const std::uint64_t step =
+          static_cast<std::uint64_t>(times_ps[i]) - static_cast<std::uint64_t>(marks.latest_ps[c]);
+      signs |= step | (step - least_ps[c]) | (most_ps[c] - step);
+      off_grid |= step & masks[c];
+      marks.latest_ps[c] = times_ps[i];
+      marks.latest_steps_ps[c] = step;
       block_.steps_ps[i] = step;
-      steps_ps[c][counts[c]++] = step;
+      counts += kOne[c];
     }
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) marks.counts[c] = counts >> 16 * c & 0xFFFF;
+    for (std::size_t i = 0; i < times_ps.size() && !all_have_masks; ++i) {
+      off_grid |= grids[channels[i]].contain(block_.steps_ps[i]) ? 0 : 1;
+    }
+    return signs >> 63 == 0 && off_grid == 0;
+  }
+
+  void take_plain_steps(std::span<const std::uint8_t> channels, std::span<const std::uint64_t> steps_ps,
+                        const ChannelMarks& marks) {
+    std::array<std::uint64_t*, orvo::timing::kChannels> intervals;
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) intervals[c] = facts_->channels[c].intervals().data();
+    for (std::size_t i = 0; i < steps_ps.size(); ++i) ++intervals[channels[i]][short_interval_bin(steps_ps[i])];
     for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
-      if (counts[c] != 0 && facts_->channels[c].tags() == 0) plain = false;
+      if (marks.counts[c] == 0) continue;
+      facts_->channels[c].add_plain(marks.counts[c], marks.latest_ps[c], marks.latest_steps_ps[c]);
     }
-    if (!plain) return false;
-    facts_->pieces.add(channels, std::span<const std::uint64_t>(block_.steps_ps).first(times_ps.size()));
-    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
-      facts_->channels[c].add_forward(std::span<const std::uint64_t>(steps_ps[c]).first(counts[c]));
-    }
-    return true;
+    facts_->pieces.add(channels, steps_ps);
   }
 
   std::unique_ptr<CaptureFacts> facts_;  // large

@@ -2,7 +2,6 @@
 // Part of vq_inspect_stream_file: file-local throughout.
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdint>
 #include <limits>
 #include <numeric>
@@ -10,10 +9,19 @@
 
 #include "inspect/interval_bins.hpp"
 #include "inspect/longest_steps.hpp"
+#include "inspect/multiples.hpp"
 #include "orvo/timing/detail/device_time.hpp"
 #include "orvo/timing/detail/wide_integer.hpp"
 
 namespace {
+
+/// Steps that change nothing but counts and sums of a channel: no new shortest or longest one, none that is a
+/// multiple of less. None at all to begin with.
+struct PlainSteps {
+  std::uint64_t least_ps = std::numeric_limits<std::int64_t>::max();
+  std::uint64_t most_ps = 0;
+  Multiples grid;
+};
 
 /// What the tags of one channel tell, in the memory of a few counters. A step is the time from the channel's previous
 /// tag to the next one, in stream order.
@@ -35,13 +43,26 @@ class ChannelFacts {
     rank(step, time_ps >= latest_ps_, loss_inside);
     latest_ps_ = time_ps;
   }
-  /// The same for tags that all come later than the one before, without a loss inside: `steps_ps` are how much.
-  void add_forward(std::span<const std::uint64_t> steps_ps) {
-    if (steps_ps.empty()) return;
-    if (!add_forward_fast(steps_ps)) {
-      for (const std::uint64_t step : steps_ps) add(plus(latest_ps_, step), false);
-    }
+  /// The plain steps that may come next.
+  PlainSteps plain_steps() const {
+    if (!candidate_ok_ || !previous_onward_ || grid_ps_ == 0) return {};
+    const std::uint64_t most = std::min({longest_ranked_.limit_ps(), longest_.step_ps, kPeriodPs / 4 - 1});
+    if (candidate_.step_ps > most) return {};
+    return {shortest_ps_, most, Multiples(grid_ps_)};
   }
+  /// The same as `add` for tags whose steps are all plain: how many they are, the last of them, and the step to it.
+  /// Their steps are counted in `intervals()` by the caller.
+  void add_plain(std::uint64_t tags, std::int64_t last_ps, std::uint64_t last_step_ps) {
+    const std::uint64_t sum = static_cast<std::uint64_t>(last_ps) - static_cast<std::uint64_t>(latest_ps_);
+    tags_ += tags;
+    ranked_ += tags;
+    ranked_sum_ps_ += candidate_.step_ps;
+    ranked_sum_ps_ += sum - last_step_ps;
+    latest_ps_ = last_ps;
+    last_ps_ = std::max(last_ps_, last_ps);
+    candidate_ = {last_step_ps, static_cast<std::int64_t>(static_cast<std::uint64_t>(last_ps) - last_step_ps)};
+  }
+  IntervalCounts& intervals() { return intervals_; }
   /// No more tags: the last step has nothing after it that could tell against it.
   void finish() {
     if (candidate_ok_) take_ranked();
@@ -80,38 +101,6 @@ class ChannelFacts {
  private:
   static constexpr std::uint64_t kPeriodPs = orvo::timing::detail::kDevicePeriodPs;
 
-  static std::int64_t plus(std::int64_t time_ps, std::uint64_t step_ps) {
-    return static_cast<std::int64_t>(static_cast<std::uint64_t>(time_ps) + step_ps);
-  }
-
-  /// All at once where nothing in them is special: no new longest step, no long one, no change of the grid.
-  bool add_forward_fast(std::span<const std::uint64_t> steps_ps) {
-    std::uint64_t shortest = shortest_ps_;
-    std::uint64_t longest = candidate_.step_ps;
-    std::uint64_t sum = 0;
-    std::uint64_t bits = 0;
-    for (const std::uint64_t step : steps_ps) {
-      shortest = std::min(shortest, step);
-      longest = std::max(longest, step);
-      sum += step;
-      bits |= step;
-    }
-    const bool on_grid = grid_is_power_of_two_ && (bits & grid_mask_) == 0;
-    const bool plain = candidate_ok_ && previous_onward_ && on_grid && longest <= longest_ranked_.limit_ps() &&
-                       longest <= longest_.step_ps && longest < kPeriodPs / 4;
-    if (!plain) return false;
-    for (const std::uint64_t step : steps_ps) ++intervals_[interval_bin(step)];
-    shortest_ps_ = shortest;
-    tags_ += steps_ps.size();
-    ranked_ += steps_ps.size();
-    ranked_sum_ps_ += candidate_.step_ps;
-    ranked_sum_ps_ += sum - steps_ps.back();
-    latest_ps_ = plus(latest_ps_, sum);
-    last_ps_ = std::max(last_ps_, latest_ps_);
-    candidate_ = {steps_ps.back(), plus(latest_ps_, 0 - steps_ps.back())};
-    return true;
-  }
-
   void add_forward(std::uint64_t step, std::int64_t start_ps) {
     shortest_ps_ = std::min(shortest_ps_, step);
     if (step > longest_.step_ps) longest_ = {step, start_ps};
@@ -130,13 +119,8 @@ class ChannelFacts {
     first_ps_ = std::min(first_ps_, time_ps);
   }
 
-  // A power of two, the usual grid, asks for no division.
   void divide_grid(std::uint64_t step) {
-    if (grid_is_power_of_two_ && (step & grid_mask_) == 0) return;
-    if (grid_ps_ != 0 && step % grid_ps_ == 0) return;
-    grid_ps_ = std::gcd(grid_ps_, step);
-    grid_mask_ = grid_ps_ - 1;
-    grid_is_power_of_two_ = std::has_single_bit(grid_ps_);
+    if (grid_ps_ == 0 || step % grid_ps_ != 0) grid_ps_ = std::gcd(grid_ps_, step);
   }
 
   /// Whether a step counts shows at the next one.
@@ -168,8 +152,6 @@ class ChannelFacts {
   std::uint64_t shortest_ps_ = std::numeric_limits<std::uint64_t>::max();
   LongStep longest_;
   std::uint64_t grid_ps_ = 0;
-  std::uint64_t grid_mask_ = 0;
-  bool grid_is_power_of_two_ = false;
   IntervalCounts intervals_{};
 
   LongStep candidate_;  // the last step

@@ -56,13 +56,21 @@ constexpr std::array<std::uint64_t, kIntervalBins> interval_bin_lasts() {
   return lasts;
 }
 
+inline constexpr std::array<std::uint8_t, 64 * 16> kBinsByLeadingBits = bins_by_leading_bits();
+inline constexpr std::array<std::uint64_t, kIntervalBins> kIntervalBinLasts = interval_bin_lasts();
+
 /// The bin of a difference of at least 1 ps.
 inline std::size_t interval_bin(std::uint64_t step_ps) {
-  static constexpr std::array<std::uint8_t, 64 * 16> kBins = bins_by_leading_bits();
-  static constexpr std::array<std::uint64_t, kIntervalBins> kLasts = interval_bin_lasts();
   const auto zeros = static_cast<unsigned>(std::countl_zero(step_ps));
-  const std::size_t bin = kBins[16 * (63 - zeros) + (step_ps << zeros >> 59 & 15)];
-  return bin + (step_ps > kLasts[bin] ? 1 : 0);
+  const std::size_t bin = kBinsByLeadingBits[16 * (63 - zeros) + (step_ps << zeros >> 59 & 15)];
+  return bin + (step_ps > kIntervalBinLasts[bin] ? 1 : 0);
+}
+/// The same for less than 2^53 ps: a double holds these exactly, and starts with the bits that are looked at.
+inline std::size_t short_interval_bin(std::uint64_t step_ps) {
+  constexpr std::uint64_t kBias = std::uint64_t{1023} << 4;
+  const auto bits = std::bit_cast<std::uint64_t>(static_cast<double>(static_cast<std::int64_t>(step_ps)));
+  const std::size_t bin = kBinsByLeadingBits[(bits >> 48) - kBias];
+  return bin + (step_ps > kIntervalBinLasts[bin] ? 1 : 0);
 }
 
 using IntervalCounts = std::array<std::uint64_t, kIntervalBins>;

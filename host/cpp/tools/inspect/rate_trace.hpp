@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "orvo/timing/time_tag.hpp"
@@ -24,11 +25,12 @@ class RateTrace {
     ++counts_[channel][place(time_ps >> shift_)];
   }
 
-  /// Whether two times, the first not after the last, fall into one slice that is there already.
-  bool is_one_slice(std::int64_t first_ps, std::int64_t last_ps) const {
-    const std::int64_t slice = first_ps >> shift_;
-    return slice == last_ps >> shift_ &&
-           static_cast<std::uint64_t>(slice) - static_cast<std::uint64_t>(first_) < size_;
+  /// Whether the times, one at least, fall into one slice that is there already.
+  bool is_one_slice(std::span<const std::int64_t> times_ps) const {
+    std::int64_t differing = 0;
+    for (const std::int64_t time_ps : times_ps) differing |= time_ps ^ times_ps[0];
+    const std::int64_t slice = times_ps[0] >> shift_;
+    return differing >> shift_ == 0 && static_cast<std::uint64_t>(slice) - static_cast<std::uint64_t>(first_) < size_;
   }
   /// Adds `tags` to a slice that is there.
   void add_to_slice(unsigned channel, std::int64_t time_ps, std::uint64_t tags) {

@@ -1,5 +1,6 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -17,13 +18,22 @@ class RepeatedPieces {
   /// The next tags: a channel, 0 to 3, and a step each.
   void add(std::span<const std::uint8_t> channels, std::span<const std::uint64_t> steps_ps) {
     Growing piece = piece_;  // in registers: a store could change a member, for all the compiler knows
-    for (std::size_t i = 0; i < steps_ps.size(); ++i) {
-      const std::uint64_t symbol = mixed(steps_ps[i] + (std::uint64_t{channels[i]} << 62));
-      piece.hash = (piece.hash ^ symbol) * 0x9E37'79B9'7F4A'7C15;
-      piece.kinds |= std::uint64_t{1} << (symbol >> 58);
-      ++piece.length;
-      if ((symbol & 0xFF) != 0) continue;
-      end_piece(piece);
+    for (std::size_t at = 0; at < steps_ps.size();) {
+      const std::size_t from = at;
+      const std::size_t end =
+          piece.is_varied ? steps_ps.size() : std::min(steps_ps.size(), from + kFewestSymbols / 2);
+      bool is_cut = false;
+      while (at < end && !is_cut) {
+        const std::uint64_t symbol = mixed(steps_ps[at] + (std::uint64_t{channels[at]} << 62));
+        piece.hash = std::rotl(piece.hash, 7) + symbol;
+        if (!piece.is_varied) piece.kinds |= std::uint64_t{1} << (symbol >> 58);
+        ++at;
+        is_cut = (symbol & 0xFF) == 0;
+      }
+      piece.length += at - from;
+      piece.is_varied = piece.is_varied || std::popcount(piece.kinds) >= kFewestKinds;
+      if (!is_cut) continue;
+      if (piece.is_varied && piece.length >= kFewestSymbols) look_up(piece);
       piece = {};
     }
     piece_ = piece;
@@ -54,11 +64,8 @@ class RepeatedPieces {
     std::uint64_t hash = 0;
     std::uint64_t kinds = 0;  // which of 64 kinds of symbols the piece holds
     std::uint64_t length = 0;
+    bool is_varied = false;  // enough kinds: further ones need not be looked for
   };
-
-  void end_piece(const Growing& piece) {
-    if (piece.length >= kFewestSymbols && std::popcount(piece.kinds) >= kFewestKinds) look_up(piece);
-  }
 
   void look_up(const Growing& found) {
     if (pieces_.empty()) {

@@ -25,6 +25,13 @@ struct LostLap {
   std::uint64_t quiet_ps = 0;  ///< for how long the channel was silent before; 0 at its first tag
 };
 
+/// How many tags of a block each channel has, the time of its last one so far, and the step to that.
+struct ChannelMarks {
+  std::array<std::uint64_t, orvo::timing::kChannels> counts{};
+  std::array<std::int64_t, orvo::timing::kChannels> latest_ps{};
+  std::array<std::uint64_t, orvo::timing::kChannels> latest_steps_ps{};
+};
+
 /// How the tags of all channels follow one another. Their differences, but for long ones, add up to a clock that runs
 /// on while a channel is silent and does not fall back when one is a lap late.
 class StreamOrder {
@@ -55,6 +62,26 @@ class StreamOrder {
     place_ = place;
   }
 
+  /// The same for a block of which that is known: which channels it holds, and the last time of each.
+  void add_block(const ChannelMarks& marks, std::span<const std::uint8_t> channels,
+                 std::span<const std::int64_t> times_ps) {
+    if (place_.seen == 0 || !are_near(times_ps)) {
+      add(channels, times_ps);
+      return;
+    }
+    // The differences add up to that of the first and the last time.
+    const auto previous = static_cast<std::uint64_t>(place_.previous_ps);
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+      if (marks.counts[c] == 0) continue;
+      place_.seen |= 1u << c;
+      clock_at_[c] = place_.clock + (static_cast<std::uint64_t>(marks.latest_ps[c]) - previous);
+    }
+    place_.clock += static_cast<std::uint64_t>(times_ps.back()) - previous;
+    place_.previous_step = times_ps.back() - (times_ps.size() == 1 ? place_.previous_ps : times_ps.rbegin()[1]);
+    place_.previous_ps = times_ps.back();
+    place_.previous_channel = channels.back();
+  }
+
   std::uint64_t jumps() const { return jumps_; }
   /// The first one of a channel that is out of place.
   const std::optional<TimeJump>& first_jump(unsigned channel) const { return first_jumps_[channel]; }
@@ -71,6 +98,21 @@ class StreamOrder {
     unsigned seen = 0;        // mask of the channels that had a tag
     std::uint64_t clock = 0;  // modulo 2^64
   };
+
+  /// Whether all differences are well within what is neither long nor a jump: no bit beyond 2^40 ps, 1.1 s, is set
+  /// in them after 2^29 ps, 0.5 ms, were added. Cheap, and enough for nearly all tags.
+  bool are_near(std::span<const std::int64_t> times_ps) const {
+    constexpr std::uint64_t kBackPs = std::uint64_t{1} << 29;
+    constexpr unsigned kForwardBits = 40;
+    static_assert(kBackPs < kJumpPs && std::int64_t{1} << kForwardBits <= kShortPs);
+    std::uint64_t bits = 0;
+    auto previous = static_cast<std::uint64_t>(place_.previous_ps);
+    bits |= static_cast<std::uint64_t>(times_ps[0]) - previous + kBackPs;
+    for (std::size_t i = 1; i < times_ps.size(); ++i) {
+      bits |= static_cast<std::uint64_t>(times_ps[i]) - static_cast<std::uint64_t>(times_ps[i - 1]) + kBackPs;
+    }
+    return bits >> kForwardBits == 0;
+  }
 
   /// A step that is long, or further back than 1 ms.
   void add_unusual(Place& place, unsigned channel, std::int64_t time_ps) {
