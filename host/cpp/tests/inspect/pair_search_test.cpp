@@ -142,6 +142,7 @@ TEST(PairReport, QuotesWhatAShellWouldNotTakeAsItIs) {
   EXPECT_EQ(shell_word("it's"), R"('it'\''s')");
   EXPECT_EQ(shell_word("$(x)"), "'$(x)'");
   EXPECT_EQ(shell_word(""), "''");
+  EXPECT_EQ(shell_word("a\x1B[2J\n'\\"), R"($'a\033[2J\012\'\\')");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -37,10 +38,22 @@ struct DelayCandidate {
   LogProbability probability;  ///< of these bins by themselves
 };
 
+/// All delays within reach as a plot can show them: equal groups of bins, and what stands out most in each.
+struct DelayOverview {
+  double bin_ps = 0;
+  std::size_t bins_per_group = 0;
+  std::vector<double> sigmas;  ///< of the group's clearest bin by itself, from the most negative delay on
+  double threshold = 0;        ///< sigmas from which a bin is certain without a closer look
+
+  double group_ps() const { return bin_ps * static_cast<double>(bins_per_group); }
+  double first_ps() const { return -group_ps() * static_cast<double>(sigmas.size() / 2); }
+};
+
 struct DelayCandidates {
   std::vector<DelayCandidate> best;  ///< at most 16, the least probable first
   std::size_t significant = 0;       ///< separate places above the threshold
   std::optional<double> period_ps;   ///< of more than 16 places at even distances: pulsed light
+  DelayOverview overview;
 };
 
 /// Looks at bins by themselves, in pairs and in groups of up to 64, each against the mean of the 512 bins on either
@@ -64,6 +77,15 @@ class CandidateSearch {
       for (std::size_t first = 0; first < bins_; first += step) judge(first, length);
     }
     return chosen();
+  }
+
+  DelayOverview overview() const {
+    constexpr std::size_t kMostGroups = 1024;
+    const std::size_t group = std::max<std::size_t>(bins_ / kMostGroups, 1);
+    DelayOverview overview{static_cast<double>(grid_.bin_ps), group, {}, candidate_threshold(bins_).sigmas()};
+    for (std::size_t first = 0; first < bins_; first += group)
+      overview.sigmas.push_back(clearest_of((first + bins_ / 2) % bins_, group));
+    return overview;
   }
 
   /// Variance of the bins in units of the Poisson distribution's, 1 unless it is clearly more.
@@ -91,6 +113,23 @@ class CandidateSearch {
     const std::size_t at = first + kMargin;
     const double beside = sum(at - kGap - kSide, kSide) + sum(at + length + kGap, kSide);
     return (beside + 1) / (2.0 * kSide);
+  }
+
+  /// Sigmas of the bin that stands out most of `bins` from `first`.
+  double clearest_of(std::size_t first, std::size_t bins) const {
+    double clearest_pairs = 0;
+    double clearest_mean = 1;
+    double most = -std::numeric_limits<double>::infinity();
+    for (std::size_t i = first; i < first + bins; ++i) {
+      const double mean = mean_beside(i, 1);
+      const double pairs = sum(i + kMargin, 1);
+      const double square = std::copysign((pairs - mean) * (pairs - mean) / mean, pairs - mean);
+      if (square <= most) continue;
+      most = square;
+      clearest_pairs = pairs;
+      clearest_mean = mean;
+    }
+    return orvo::timing::poisson_at_least(clearest_pairs, clearest_mean).sigmas() / std::sqrt(excess_);
   }
 
   void measure_noise() {
@@ -195,7 +234,10 @@ class CandidateSearch {
 };
 
 inline DelayCandidates delay_candidates(const FoldedCorrelation& correlation) {
-  return CandidateSearch(correlation).find();
+  CandidateSearch search(correlation);
+  DelayCandidates candidates = search.find();
+  candidates.overview = search.overview();
+  return candidates;
 }
 
 }  // namespace

@@ -30,6 +30,7 @@ struct FarDelay {
   std::optional<orvo::timing::XcorrWindow> view;  ///< about ten widths of the peak; none: no delay within reach
   LogProbability probability;                     ///< of the best place, all places within reach counted
   std::optional<double> period_ps;                ///< pulsed light: the delay is ambiguous
+  DelayOverview overview;                         ///< of all delays within reach
 };
 
 /// The run of 1 to 256 bins that stands out most.
@@ -132,6 +133,7 @@ inline FarDelay find_far_delay(const FoldedCorrelation& correlation, const Count
   FarDelay result;
   const DelayCandidates candidates = delay_candidates(correlation);
   result.period_ps = candidates.period_ps;
+  result.overview = candidates.overview;
   const std::vector<orvo::timing::XcorrWindow> views = candidate_views(candidates, correlation.grid);
   if (views.empty()) return result;
   const std::vector<orvo::timing::XcorrHistogram> histograms = count(views);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -34,10 +35,38 @@ inline orvo::timing::PairVerdict verdict_of(const PairFinding& finding) {
   return is_comb ? orvo::timing::PairVerdict::comb : finding.statistics.judgement.verdict;
 }
 
+/// Pairs by chance in a bin in the middle of the view.
+inline double middle_expected(const orvo::timing::CorrelationBins& bins) {
+  return bins.expected.empty() ? 0 : bins.expected[bins.expected.size() / 2];
+}
+
+/// The background in units of chance, as it is beside the peak if there is one.
+inline double level_of(const PairFinding& finding) {
+  const auto& judgement = finding.statistics.judgement;
+  return judgement.peak ? judgement.peak->level.value : judgement.background.level;
+}
+
+/// A word with control characters, in a form that bash, zsh and ksh know; nothing in it moves a cursor.
+inline std::string escaped_shell_word(const std::string& text) {
+  std::string word = "$'";
+  for (const char c : text) {
+    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) {
+      char octal[8];
+      std::snprintf(octal, sizeof octal, "\\%03o", static_cast<unsigned>(c));
+      word += octal;
+    } else {
+      word += c == '\'' || c == '\\' ? std::string{'\\', c} : std::string(1, c);
+    }
+  }
+  return word + '\'';
+}
+
 /// A word that a shell takes as it is.
 inline std::string shell_word(const std::string& text) {
   constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=,./:@%";
   if (!text.empty() && text.find_first_not_of(kPlain) == text.npos) return text;
+  const auto is_control = [](unsigned char c) { return c < ' ' || c == 0x7F; };
+  if (std::any_of(text.begin(), text.end(), is_control)) return escaped_shell_word(text);
   std::string word = "'";
   for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return word + '\'';
@@ -73,9 +102,8 @@ inline void put(nlohmann::ordered_json& json, const std::string& name, const std
 
 inline nlohmann::ordered_json json_of_pair(const PairFinding& finding, const std::string& capture) {
   const orvo::timing::PairJudgement& judgement = finding.statistics.judgement;
-  const orvo::timing::CorrelationBins& bins = finding.statistics.bins;
   const auto& peak = judgement.peak;
-  const double expected = bins.expected.empty() ? 0 : bins.expected[bins.expected.size() / 2];
+  const double expected = middle_expected(finding.statistics.bins);
   const bool any = expected > 0;
   const auto share = [](const std::optional<orvo::timing::Estimate>& of) {
     return json_number(of ? std::optional(of->value) : std::nullopt);
@@ -91,8 +119,7 @@ inline nlohmann::ordered_json json_of_pair(const PairFinding& finding, const std
   json["sigmas"] = json_number(any ? std::optional(judgement.sigmas()) : std::nullopt);
   json["log10_probability"] = json_number(any ? std::optional(judgement.probability.log10()) : std::nullopt);
   put(json, "pairs", "", peak ? std::optional(peak->pairs) : std::nullopt);
-  const double level = peak ? peak->level.value : judgement.background.level;
-  json["background_per_bin"] = json_number(any ? std::optional(level * expected) : std::nullopt);
+  json["background_per_bin"] = json_number(any ? std::optional(level_of(finding) * expected) : std::nullopt);
   json["expected_background_per_bin"] = json_number(any ? std::optional(expected) : std::nullopt);
   const bool has_g2 = peak && peak->g2;
   json["g2_peak"] = json_number(has_g2 ? std::optional(peak->g2->g2) : std::nullopt);

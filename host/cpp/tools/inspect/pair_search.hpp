@@ -38,6 +38,7 @@ struct PairFinding {
   orvo::timing::PairStatistics statistics;
   bool ambiguous = false;           ///< light in pulses, of which none is unlike the others
   std::optional<double> period_ps;  ///< of the pulses
+  DelayOverview overview;           ///< empty when a channel is
 
   /// Of a peak or dip; none where there is no single delay.
   std::optional<orvo::timing::Estimate> delay_ps() const {
@@ -68,12 +69,13 @@ class PairSearch {
   double reach_ps() const { return reach_ps_; }
 
   PairFinding find(unsigned a, unsigned b) {
-    PairFinding nothing{a, b, kNearViews[0], {}, false, {}};
+    PairFinding nothing{a, b, kNearViews[0], {}, false, {}, {}};
     if (times_ps_[a].empty() || times_ps_[b].empty()) {
       nothing.statistics = statistics_in(a, b, nothing.view);
       return nothing;
     }
     const FarDelay far = far_delay(a, b);
+    nothing.overview = far.overview;
     PairFinding finding = nothing;
     if (far.view) take(finding, *far.view);
     if (auto comb = comb_beside(finding)) return *comb;

@@ -7,11 +7,14 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "inspect/finding.hpp"
+#include "inspect/html_text.hpp"
 #include "inspect/inspection.hpp"
 #include "inspect/numbers.hpp"
 #include "inspect/page_parts.hpp"
+#include "inspect/pair_page.hpp"
 #include "inspect/payload_classes.hpp"
 #include "orvo/timing/payload_loss.hpp"
 #include "orvo/timing/stream_header_json.hpp"
@@ -19,36 +22,8 @@
 
 namespace {
 
-/// Text as it may stand anywhere in a page, cut to a bearable length: nothing in it can become markup.
-inline std::string html_text(std::string_view text) {
-  constexpr std::size_t kMost = 1000;
-  std::string out;
-  for (const char c : text.substr(0, kMost)) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      case '\'':
-        out += "&#39;";
-        break;
-      default:
-        out += static_cast<unsigned char>(c) < ' ' || c == 0x7F ? '?' : c;
-    }
-  }
-  return text.size() > kMost ? out + "..." : out;
-}
-
 /// The numbers of the plots: no text of the capture is among them.
-inline std::string plot_numbers(const Inspection& of) {
+inline std::string plot_numbers(const Inspection& of, const std::vector<PairFinding>& pairs) {
   const CaptureFacts& facts = of.facts();
   nlohmann::ordered_json json;
   for (const ChannelFacts& channel : facts.channels) json["tags"].push_back(channel.tags());
@@ -72,6 +47,7 @@ inline std::string plot_numbers(const Inspection& of) {
   for (std::size_t i = 0; i < std::min<std::uint64_t>(used, slices.size()); ++i) {
     json["losses"]["lost_bytes"].push_back(static_cast<double>(slices[i]) / unit);
   }
+  if (!pairs.empty()) json["pairs"] = pair_numbers(pairs);
   return json.dump();
 }
 
@@ -170,8 +146,9 @@ inline void write_file(std::ostream& out, const Inspection& of) {
   out << "</table></div>\n</section>\n";
 }
 
-/// The whole page.
-inline std::string html_report(const Inspection& of, const Findings& findings) {
+/// The whole page, with the pairs of channels that were looked at.
+inline std::string html_report(const Inspection& of, const Findings& findings,
+                               const std::vector<PairFinding>& pairs = {}) {
   const CaptureFacts& facts = of.facts();
   const std::string verdict(verdict_of(findings));
   std::ostringstream out;
@@ -182,10 +159,12 @@ inline std::string html_report(const Inspection& of, const Findings& findings) {
       << verdict << ": " << html_text(of.path()) << "</title>\n<style>\n";
   write_part(out, kDygraphsStyle);
   write_part(out, kPageStyle);
+  if (!pairs.empty()) write_part(out, kPairsStyle);
   out << "</style>\n</head>\n<body>\n<h1>" << html_text(of.path()) << "</h1>\n<p class=\"verdict " << verdict << "\">"
       << verdict << "</p>\n<p>" << facts.tags() << " tags in " << for_people(facts.duration_ps()) << "; "
       << text_of_bytes(of.file_bytes()) << "; " << to_text(of.header().stream_format) << "</p>\n";
   write_findings(out, findings);
+  if (!pairs.empty()) write_pairs(out, pairs, of.path());
   write_plot(out, "rates", "Rates over time",
              "Tags per second of each channel. Drag to zoom, shift and drag to move, double click to see all.");
   write_plot(
@@ -196,10 +175,11 @@ inline std::string html_report(const Inspection& of, const Findings& findings) {
   write_channels(out, of);
   write_payload(out, of);
   write_file(out, of);
-  out << "<script type=\"application/json\" id=\"report\">" << plot_numbers(of) << "</script>\n<script>\n";
+  out << "<script type=\"application/json\" id=\"report\">" << plot_numbers(of, pairs) << "</script>\n<script>\n";
   write_part(out, kDygraphsScript);
   out << "\n</script>\n<script>\n";
   write_part(out, kPageScript);
+  if (!pairs.empty()) write_part(out, kPairsScript);
   out << "</script>\n</body>\n</html>\n";
   return out.str();
 }

@@ -85,7 +85,7 @@ class InspectionRun {
   void write_reports(const Inspection& of, const Findings& findings) {
     if (prints()) print_report(console_.out, of, findings);
     if (prints() && looks_at_pairs(options_)) print_pairs(console_.out, pairs_, of.path());
-    if (!options_.html.empty()) write_report(options_.html, html_report(of, findings));
+    if (!options_.html.empty()) write_report(options_.html, html_report(of, findings, pairs_));
     if (!options_.json.empty()) write_report(options_.json, json_text(whole_json(of, findings)) + '\n');
   }
   Json whole_json(const Inspection& of, const Findings& findings) const {

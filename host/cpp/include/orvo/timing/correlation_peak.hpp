@@ -14,17 +14,25 @@
 
 namespace orvo::timing {
 
+/// The line at half of a peak's height: as long as the peak is wide.
+struct HalfMaximum {
+  double level = 0;    ///< background and half of the top (of a dip: less it), in units of chance
+  double from_ps = 0;  ///< offset removed
+  double to_ps = 0;
+};
+
 /// What stands out of the background. Errors describe repeated recordings: compare with what a source makes on the
 /// average, not with the pairs it made this time. What cannot be told is missing.
 struct CorrelationPeak {
   CorrelationSide side = CorrelationSide::peak;
-  bool cut = false;                   ///< part of it lies outside the view: move the view
-  Estimate pairs;                     ///< above the background; of a dip those missing
-  Estimate background_pairs;          ///< below it, in the same bins
-  Estimate level;                     ///< the background, in units of chance
-  std::optional<Estimate> place_ps;   ///< mean of its pairs, offset removed; if cut the middle at half maximum
-  std::optional<Estimate> fwhm_ps;    ///< missing below two bins and when a flank is outside the view
-  double narrowest_ps = 0;            ///< two bins: a peak without width is narrower than that or cut
+  bool cut = false;                         ///< part of it lies outside the view: move the view
+  Estimate pairs;                           ///< above the background; of a dip those missing
+  Estimate background_pairs;                ///< below it, in the same bins
+  Estimate level;                           ///< the background, in units of chance
+  std::optional<Estimate> place_ps;         ///< mean of its pairs, offset removed; if cut the middle at half maximum
+  std::optional<Estimate> fwhm_ps;          ///< missing below two bins and when a flank is outside the view
+  double narrowest_ps = 0;                  ///< two bins: a peak without width is narrower than that or cut
+  std::optional<HalfMaximum> half_maximum;  ///< with `fwhm_ps`; to be drawn into the histogram
   std::optional<NormalisedCount> g2;  ///< within half a width of the place; the background, if there is one, is 1
 
   /// Coincidences to accidentals: pairs / background_pairs. Missing without a background.
@@ -171,6 +179,17 @@ inline std::vector<char> joined(const std::vector<char>& masked, std::size_t gro
   return wide;
 }
 
+/// None where nothing is expected by chance: there is no unit then.
+inline std::optional<HalfMaximum> half_maximum_of(const CorrelationPeak& peak, const CorrelationBins& bins,
+                                                  const PeakFit& fit) {
+  const double sign = peak.side == CorrelationSide::peak ? 1 : -1;
+  const double level = peak.level.value + sign * fit.top_of_chance() / 2;
+  const double middle_ps = place_in_ps(bins, fit.middle().value);
+  const double half_width_ps = peak.fwhm_ps->value / 2;
+  if (!std::isfinite(level) || !std::isfinite(middle_ps)) return std::nullopt;
+  return HalfMaximum{level, middle_ps - half_width_ps, middle_ps + half_width_ps};
+}
+
 /// Place and width, with the place in picoseconds where it is known.
 inline void describe_shape(CorrelationPeak& peak, const CorrelationBins& bins, const PeakFit& fit) {
   const double w = bins.bin_ps;
@@ -188,6 +207,7 @@ inline void describe_shape(CorrelationPeak& peak, const CorrelationBins& bins, c
   for (std::optional<Estimate>* estimate : {&peak.place_ps, &peak.fwhm_ps}) {
     if (*estimate && !(std::isfinite((*estimate)->value) && std::isfinite((*estimate)->error))) estimate->reset();
   }
+  if (peak.fwhm_ps) peak.half_maximum = half_maximum_of(peak, bins, fit);
 }
 
 }  // namespace detail

@@ -1,6 +1,6 @@
 // Draws the plots of a capture's page from the numbers in it. All text of the page is there already.
 'use strict';
-(function () {
+const orvoPage = (function () {
   const report = JSON.parse(document.getElementById('report').textContent);
   const colors = ['#0072b2', '#d55e00', '#009e73', '#cc79a7'];
   const channels = [0, 1, 2, 3].filter(c => report.tags[c] > 0);
@@ -131,4 +131,5 @@
       plots[id].updateOptions({gridLineColor: style('--line'), axisLineColor: style('--faint')});
     }
   });
+  return {report, plots, colors, style, timeText, draw};
 })();

@@ -75,6 +75,9 @@ class PeakFit {
     return {(value_at(heights_.place, *shape_.left) + value_at(heights_.place, *shape_.right)) / 2,
             crossing_error([](double right, double left) { return (right + left) / 2; })};
   }
+  /// Height of a whole shape above the background in units of chance. Smoothing, which makes a peak lower as it makes
+  /// it wider, is taken off.
+  double top_of_chance() const { return top_ * shape_.width() / width_ / heights_.typical; }
   /// Of a whole shape.
   double width_error() const {
     return crossing_error([](double right, double left) { return right - left; }) * shape_.width() / width_;
