@@ -580,6 +580,36 @@ def convert_options():
     }
 
 
+def inspections():
+    """For both writers of the inspection."""
+    raw64, delta32, packed, steps, whole_header = 0, 1, 2, 64, 128
+    second = integer(10**12)
+
+    def capture(form, name=b"c", text=b"a", payload=b""):
+        return bytes([form]) + name + b"\xff" + text + b"\xff" + payload
+
+    clicks = b"".join(bytes([k % 2]) + integer(1000 + 37 * k % 501) for k in range(120))
+    markup = b"</script><script>alert(1)</script><img src=x onerror=alert(1)>&amp;'\x22--><!--"
+    sound = b'{"stream_format":"raw64","mode":"external","channel_mask":3,"created_utc":"2026-01-01T00:00:00Z"}'
+    return {
+        "no_payload": capture(raw64),
+        "clicks": capture(raw64 | steps, payload=clicks),
+        "pause_and_jump": capture(raw64 | steps, payload=clicks + bytes([0]) + second + clicks + b"\x01" + integer(-(10**10))),
+        "foreign_bytes": capture(raw64, payload=b"\xff" * 20 + bytes(16) + b"\xff" * 9),
+        "searching": capture(delta32, payload=bytes(200)),
+        "nothing_aligns": capture(packed, payload=bytes(range(256)) * 3),
+        "markup_in_the_header": capture(raw64 | steps, text=markup.replace(b'"', b'\\"'), payload=clicks),
+        "markup_as_the_header": capture(raw64 | whole_header, text=markup),
+        "markup_as_a_key": capture(raw64 | whole_header, text=b'{"<b onclick=a>":1,"mode":"<i>","stream_format":"<u>"}'),
+        "markup_in_the_name": capture(raw64, name=markup.replace(b"/", b"<")),
+        "no_utf_8": capture(raw64 | steps, name=b"\xc3(\x80", text=b"\xed\xa0\x80\xf0\x28", payload=clicks),
+        "control_characters": capture(raw64, name=b"\x1b[31m\r\n\x7f", text=b"\x1b]0;x\x07"),
+        "escapes": capture(raw64 | whole_header, text=b'{"application":"\\u0000\\ud800\\n","device_port":"\\"}'),
+        "whole_header": capture(raw64 | whole_header | steps, text=sound, payload=clicks),
+        "deep_header": capture(raw64 | whole_header, text=b"[" * 500),
+    }
+
+
 def main():
     seeds("header_text", header_text())
     seeds("settings", settings())
@@ -594,6 +624,8 @@ def main():
     seeds("xcorr_stream", xcorr_stream())
     seeds("tag_encoder", tag_encoder())
     seeds("convert_options", convert_options())
+    seeds("inspect_json", inspections())
+    seeds("inspect_html", inspections())
     seeds("report_json", reports())
     seeds("report_svg", reports())
     if different:

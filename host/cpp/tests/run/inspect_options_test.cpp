@@ -51,9 +51,9 @@ TEST_F(InspectOptions, OneCaptureIsReportedInFull) {
             "  records     32  100 %\n"
             "\n"
             "Tags, 4 in 35.0 ps (35 ps), from 10 to 45 ps\n"
-            "  channel  tags      rate  shortest     mean  longest  grid  backward  equal\n"
-            "  0           3  85.7 GHz   15.0 ps  17.5 ps  20.0 ps  5 ps         0      0\n"
-            "  1           1  28.6 GHz         -        -        -  0 ps         0      0\n");
+            "  channel  tags      rate  shortest step     mean  longest  grid  steps back  equal times\n"
+            "  0           3  85.7 GHz        15.0 ps  17.5 ps  20.0 ps  5 ps           0            0\n"
+            "  1           1  28.6 GHz              -        -        -  0 ps           0            0\n");
 }
 
 TEST_F(InspectOptions, SeveralCapturesHaveALineEach) {

@@ -84,7 +84,8 @@ inline void write_row(std::ostream& out, std::initializer_list<std::string> cell
 inline void write_channels(std::ostream& out, const Inspection& of) {
   const CaptureFacts& facts = of.facts();
   out << "<section>\n<h2>Channels</h2>\n<div class=\"wide\"><table>\n";
-  write_row(out, {"channel", "tags", "rate", "shortest", "mean", "longest", "grid", "backward", "equal"}, "th");
+  write_row(out, {"channel", "tags", "rate", "shortest step", "mean", "longest", "grid", "steps back", "equal times"},
+            "th");
   for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
     const ChannelFacts& channel = facts.channels[c];
     if (channel.tags() == 0) continue;

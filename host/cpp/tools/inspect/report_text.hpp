@@ -105,7 +105,8 @@ inline void print_times(std::ostream& out, const Inspection& of) {
         << facts.first_ps() << " to " << facts.last_ps() << " ps";
   }
   out << '\n';
-  Columns columns({"channel", "tags", "rate", "shortest", "mean", "longest", "grid", "backward", "equal"});
+  Columns columns(
+      {"channel", "tags", "rate", "shortest step", "mean", "longest", "grid", "steps back", "equal times"});
   for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
     const ChannelFacts& channel = facts.channels[c];
     if (channel.tags() == 0) continue;

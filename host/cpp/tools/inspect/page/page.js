@@ -73,16 +73,16 @@ const orvoPage = (function () {
       rows.push([i * slice + report.rates.start_s, ...channels.map(c => report.rates.counts[c][i] / slice)]);
     }
     if (length > 0) rows.push([length * slice + report.rates.start_s, ...rows[length - 1].slice(1)]);
-    const time = s => timeText(s * 1e12);
+    const time = s => s === 0 ? '0 s' : timeText(s * 1e12);
     draw('rates', rows, ['time', ...channelNames], channels.map(c => colors[c]), {x: time, y: rateText}, {
       includeZero: true,
       axes: {x: {axisLabelFormatter: time}, y: {axisLabelFormatter: rateText}}
     });
   }
 
-  // Decades, named with units.
-  function decades(low, high) {
-    const every = Math.max(1, Math.round((high - low) / 8));
+  // Decades, named with units, as many as have room.
+  function decades(low, high, pixels) {
+    const every = Math.max(1, Math.ceil((high - low) / Math.max(1, Math.floor(pixels / 75))));
     const ticks = [];
     for (let v = Math.ceil(low); v <= high; v += every) ticks.push({v: v, label: timeText(Math.pow(10, v))});
     return ticks;
@@ -102,9 +102,11 @@ const orvoPage = (function () {
       const i = Math.round(x * 8);
       return timeText(Math.pow(10, i / 8)) + ' to ' + timeText(Math.pow(10, (i + 1) / 8));
     };
+    // A single count, which a pause is, stands clear of the axis.
+    const most = Math.max(1, ...channels.map(c => Math.max(...report.intervals.counts[c])));
     draw('intervals', rows, ['time', ...channelNames], channels.map(c => colors[c]),
          {x: bin, y: v => String(v)}, {
-           logscale: true,
+           logscale: true, valueRange: [0.6, 2 * most],
            drawPoints: true, pointSize: 2,
            axes: {x: {ticker: decades, axisLabelFormatter: v => timeText(Math.pow(10, v))}}
          });
