@@ -1,16 +1,25 @@
 # Test programs; see the list of folders in host/cpp/tests.
 include(GoogleTest)
 
-# So many sources of tests are compiled as one. More at a time take less in all, but more after an edit.
-set(orvo_tests_at_a_time 8)
+# So many sources of tests are compiled as one. More at a time take less in all, but more memory.
+set(orvo_tests_at_a_time 24)
 
-# orvo_add_tests(<folder> [LIBRARIES <target>...] [SHARES_PRODUCT_ROOT] [NOT_UNDER_VALGRIND])
+# A generated source that holds `sources`; see join_sources.cmake.
+function(orvo_join_sources file sources)
+  add_custom_command(OUTPUT "${file}"
+    COMMAND "${CMAKE_COMMAND}" "-DJOINED=${file}" "-DSOURCES=${sources}" ${ARGN}
+      -P "${PROJECT_SOURCE_DIR}/cmake/join_sources.cmake"
+    DEPENDS ${sources} "${PROJECT_SOURCE_DIR}/cmake/join_sources.cmake"
+    COMMENT "Joining sources" VERBATIM)
+endfunction()
+
+# orvo_add_tests(<folder> [LIBRARIES <target>...] [SHARES_PRODUCT_ROOT] [NOT_UNDER_VALGRIND] [LONG])
 #
 # <folder>_tests is one program of all <name>_test.cpp of a folder, each of whose cases is a CTest entry. Its sources are
 # compiled several at a time. <folder>_<name>_test, which is built only when it is asked for, is the program of one file:
 # ninja <folder>_<name>_test takes seconds. Cases that share the product root on disk run one after the other.
 function(orvo_add_tests folder)
-  cmake_parse_arguments(PARSE_ARGV 1 tests "SHARES_PRODUCT_ROOT;NOT_UNDER_VALGRIND" "" "LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 tests "SHARES_PRODUCT_ROOT;NOT_UNDER_VALGRIND;LONG" "" "LIBRARIES")
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp")
   set(properties LABELS ${folder})
   set(lock none)
@@ -37,7 +46,10 @@ endfunction()
 function(orvo_add_test_program name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE orvo_test_settings ${tests_LIBRARIES})
-  target_precompile_headers(${name} REUSE_FROM orvo_test_headers)
+  if(NOT tests_LONG)
+    target_compile_options(${name} PRIVATE ${ORVO_TEST_OPTIONS})
+    target_precompile_headers(${name} REUSE_FROM orvo_test_headers)
+  endif()
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/test_bin")
   if(tests_SHARES_PRODUCT_ROOT)
     add_dependencies(${name} verify_under_test vq_simulate_stream_file vq_convert_stream_file
@@ -64,10 +76,7 @@ function(orvo_join_tests result folder)
     list(REMOVE_ITEM batch ${sources})
     list(LENGTH joined number)
     set(file "${CMAKE_CURRENT_BINARY_DIR}/joined/${folder}_${number}.cpp")
-    add_custom_command(OUTPUT "${file}"
-      COMMAND "${CMAKE_COMMAND}" "-DJOINED=${file}" "-DSOURCES=${sources}" -P "${PROJECT_SOURCE_DIR}/cmake/join_tests.cmake"
-      DEPENDS ${sources} "${PROJECT_SOURCE_DIR}/cmake/join_tests.cmake"
-      COMMENT "Joining tests into ${folder}_${number}.cpp" VERBATIM)
+    orvo_join_sources("${file}" "${sources}")
     list(APPEND joined "${file}")
   endwhile()
   set(${result} ${joined} ${alone} PARENT_SCOPE)

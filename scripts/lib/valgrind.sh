@@ -18,7 +18,7 @@ programs_under_valgrind() {
       printf 'add_test([=[%s]=] %s "%s")\n' "$name" "$memcheck" "$program"
       printf 'set_tests_properties([=[%s]=] PROPERTIES ENVIRONMENT "%s"' "$name" \
         "GTEST_TOTAL_SHARDS=$parts;GTEST_SHARD_INDEX=$part"
-      if [[ $lock != none ]]; then printf ' RESOURCE_LOCK %s' "$lock"; fi
+      if [[ $lock != none ]]; then printf ' RESOURCE_LOCK %s LABELS %s' "$lock" "$lock"; fi
       printf ')\n'
     done
   done
@@ -62,8 +62,8 @@ captures_under_valgrind() {
       printf 'set_tests_properties([=[simulate_%s]=] PROPERTIES FIXTURES_SETUP %s)\n' "$name" "$name"
       printf 'add_test([=[verify_%s]=] %s "%s" "%s" "--out-prefix=%s")\n' "$name" "$memcheck" \
         "$root/build/dev/test_bin/vq_verify_stream_file_xcorr" "$capture" "$capture"
-      printf 'set_tests_properties([=[verify_%s]=] PROPERTIES FIXTURES_REQUIRED %s RESOURCE_LOCK product_root)\n' \
-        "$name" "$name"
+      printf 'set_tests_properties([=[verify_%s]=] PROPERTIES FIXTURES_REQUIRED %s RESOURCE_LOCK product_root' "$name" "$name"
+      printf ' LABELS product_root)\n'
     done
   done
 }
@@ -73,11 +73,17 @@ all_but_those_valgrind_cannot_run() {
   printf '%s' "-${tests_valgrind_cannot_run[*]}"
 }
 
+# run_under_valgrind [CTEST ARGUMENT...]
 run_under_valgrind() {
   local -r programs=$root/build/dev/under_valgrind.txt
   local -r entries=$root/build/valgrind/CTestTestfile.cmake
   mkdir -p -- "$root/build/valgrind" &&
     { programs_under_valgrind <"$programs" && captures_under_valgrind; } >"$entries" &&
     GTEST_FILTER=$(all_but_those_valgrind_cannot_run) ctest --test-dir "$root/build/valgrind" \
-      --output-on-failure --no-tests=error -j 2
+      --output-on-failure --no-tests=error -j "${jobs:-2}" "$@"
 }
+
+# In two parts, the second of which writes below the product root of the dev build, as its tests do; it needs captures
+# that the first has written.
+run_under_valgrind_beside_dev() { run_under_valgrind --label-exclude product_root; }
+run_under_valgrind_after_dev() { run_under_valgrind --label-regex product_root --fixture-exclude-any .; }
