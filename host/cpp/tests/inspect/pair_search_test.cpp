@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "inspect/pair_report.hpp"
+#include "orvo/timing/detail/coarse_fine_time.hpp"
 
 namespace {
 
@@ -91,6 +92,54 @@ TEST(PairSearch, OfSinglePhotonsIsADip) {
   ASSERT_TRUE(finding.delay_ps());
   EXPECT_NEAR(finding.delay_ps()->value, 3000, 30);
   EXPECT_LT(finding.statistics.judgement.peak->g2->g2, 0.01);
+}
+
+/// Unrelated tags, or pairs 3 us apart, on the grid of an instrument: multiples of 8 ps, or an interpolator's steps.
+Capture on_a_grid(bool interpolated, int pairs, std::uint64_t seed) {
+  Capture capture(0, 0, seed);
+  std::mt19937_64 random(seed);
+  std::uniform_real_distribution<double> time(0, 0.05 * kSecondPs);
+  std::normal_distribution<double> jitter(0, 40);
+  const auto add = [&](int channel, double at) {
+    const std::int64_t time_ps = std::llround(std::max(at, 0.0));
+    capture.times[static_cast<std::size_t>(channel)].push_back(
+        interpolated ? orvo::timing::detail::CoarseFineTime::nearest(time_ps).time_ps() : time_ps / 8 * 8);
+  };
+  for (int i = 0; i < 250'000; ++i) {
+    add(0, time(random));
+    add(1, time(random));
+  }
+  for (int i = 0; i < pairs; ++i) {
+    const double at = time(random);
+    add(0, at);
+    add(1, at + 3e6 + jitter(random));
+  }
+  for (Times& channel : capture.times) std::sort(channel.begin(), channel.end());
+  return capture;
+}
+
+TEST(PairSearch, DoesNotTakeAnInstrumentsGridForAPattern) {
+  for (const bool interpolated : {false, true}) {
+    const Capture capture = on_a_grid(interpolated, 0, 6);
+    for (const std::int64_t reach_ps : {std::int64_t{10'000'000}, std::int64_t{10'000'000'000}}) {
+      PairSearch search(capture.lists(), {.reach_ps = reach_ps, .bins = std::size_t{1} << 16});
+      EXPECT_EQ(verdict_of(search.find(0, 1)), PairVerdict::none) << interpolated << " " << reach_ps;
+    }
+  }
+}
+
+TEST(PairSearch, FindsTheDelayOnAGridWithinAnyReach) {
+  for (const bool interpolated : {false, true}) {
+    const Capture capture = on_a_grid(interpolated, 20'000, 7);
+    for (const std::int64_t reach_ps : {4'000'000, 10'000'000, 1'000'000'000}) {
+      PairSearch search(capture.lists(), {.reach_ps = reach_ps, .bins = std::size_t{1} << 16});
+      const PairFinding finding = search.find(0, 1);
+      ASSERT_TRUE(finding.delay_ps()) << interpolated << " " << reach_ps;
+      EXPECT_NEAR(finding.delay_ps()->value, 3e6, 20);
+    }
+    PairSearch search(capture.lists(), {.reach_ps = 2'000'000, .bins = std::size_t{1} << 16});
+    EXPECT_EQ(verdict_of(search.find(0, 1)), PairVerdict::none);
+  }
 }
 
 TEST(PairSearch, ReachesHalfOfTheRecordingAndAsFarAsIsQuick) {

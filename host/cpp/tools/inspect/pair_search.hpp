@@ -16,6 +16,7 @@
 #include "inspect/far_delay.hpp"
 #include "inspect/folded_times.hpp"
 #include "inspect/real_transform.hpp"
+#include "orvo/timing/difference_grid.hpp"
 #include "orvo/timing/pair_statistics.hpp"
 #include "orvo/timing/time_tag.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
@@ -74,7 +75,9 @@ class PairSearch {
       nothing.statistics = statistics_in(a, b, nothing.view);
       return nothing;
     }
-    const FarDelay far = far_delay(a, b);
+    differences_ = orvo::timing::difference_grid(times_ps_[a], times_ps_[b]);
+    FarDelay far = far_delay(a, b);
+    if (far.view && is_beyond_reach(*far.view)) far.view.reset();
     nothing.overview = far.overview;
     PairFinding finding = nothing;
     if (far.view) take(finding, *far.view);
@@ -88,6 +91,15 @@ class PairSearch {
  private:
   /// About no delay, or a far one: for dips, and for pulses 400 ps to 250 ns apart.
   static constexpr std::array<orvo::timing::XcorrWindow, 2> kNearViews{{{62'500, 125, 0}, {500'000, 999, 0}}};
+
+  /// About an offset; with wider bins, of which each can have pairs, where the instrument's grid is coarse.
+  orvo::timing::XcorrWindow near_view(orvo::timing::XcorrWindow view, std::int64_t offset_ps) const {
+    constexpr std::int64_t kFewestBins = 64;  // on either side
+    view.offset_ps = offset_ps;
+    view.bin_ps = std::max(view.bin_ps, differences_.narrowest_bin_ps());
+    view.range_ps = std::max(view.range_ps, kFewestBins * view.bin_ps);
+    return view;
+  }
 
   orvo::timing::PairStatistics statistics_in(unsigned a, unsigned b, const orvo::timing::XcorrWindow& view) const {
     return orvo::timing::pair_statistics(times_ps_[a], times_ps_[b], view);
@@ -106,8 +118,8 @@ class PairSearch {
   std::optional<PairFinding> comb_beside(const PairFinding& finding) const {
     std::optional<PairFinding> ambiguous;
     for (const std::int64_t offset_ps : {std::int64_t{0}, finding.view.offset_ps}) {
-      for (orvo::timing::XcorrWindow view : kNearViews) {
-        view.offset_ps = offset_ps;
+      for (const orvo::timing::XcorrWindow& near : kNearViews) {
+        const orvo::timing::XcorrWindow view = near_view(near, offset_ps);
         PairFinding comb = finding;
         take(comb, view);
         if (!comb.statistics.judgement.comb) continue;
@@ -135,10 +147,10 @@ class PairSearch {
   /// The least probable of what the near views show; if none is significant, the widest of them.
   PairFinding best_near(const PairFinding& nothing) const {
     PairFinding best = nothing;
-    take(best, kNearViews.back());
+    take(best, near_view(kNearViews.back(), 0));
     for (const orvo::timing::XcorrWindow& view : kNearViews) {
       PairFinding near = nothing;
-      take(near, view);
+      take(near, near_view(view, 0));
       const auto& judgement = near.statistics.judgement;
       if (judgement.significant && judgement.probability.ln < best.statistics.judgement.probability.ln)
         best = std::move(near);
@@ -167,18 +179,41 @@ class PairSearch {
     const FoldedTimes& folded_b = folded(b);
     const FoldedCorrelation correlation =
         folded_correlation(folded_a, spectra_[a], folded_b, spectra_[b], *transform_);
-    return find_far_delay(correlation, [&](std::span<const orvo::timing::XcorrWindow> windows) {
+    const auto count = [&](std::span<const orvo::timing::XcorrWindow> windows) {
       std::vector<orvo::timing::XcorrHistogram> histograms;
       for (const orvo::timing::XcorrWindow& window : windows)
         histograms.push_back(orvo::timing::xcorr_histogram_sorted(times_ps_[a], times_ps_[b], window));
       return histograms;
-    });
+    };
+    return find_far_delay(correlation, count, differences_);
+  }
+
+  FoldedGrid grid_as_asked() const { return folded_grid(first_ps_, whole_ps(reach_ps_), settings_.bins); }
+
+  bool is_beyond_reach(const orvo::timing::XcorrWindow& view) const {
+    const auto bin_ps = static_cast<double>(grid_as_asked().bin_ps);
+    return std::abs(static_cast<double>(view.offset_ps)) > bin_ps * (static_cast<double>(settings_.bins) / 2 + 2);
+  }
+
+  /// Bins each of which holds as many points of the instrument's grid, and none much narrower than a peak: what
+  /// stands out of many bins stands out less. Both may reach farther than asked for.
+  FoldedGrid grid() const {
+    constexpr std::int64_t kNarrowestPs = 500;
+    FoldedGrid grid = grid_as_asked();
+    std::int64_t period_ps = 1;
+    for (const auto times : times_ps_) period_ps = std::max(period_ps, orvo::timing::grid_period_ps(times));
+    if (static_cast<double>(kNarrowestPs) * static_cast<double>(grid.bins) < span_ps_)
+      grid.bin_ps = std::max(grid.bin_ps, kNarrowestPs);
+    if (grid.bin_ps % period_ps != 0 && grid.bin_ps < std::numeric_limits<std::int64_t>::max() - period_ps)
+      grid.bin_ps += period_ps - grid.bin_ps % period_ps;
+    return grid;
   }
 
   /// The channel's folded times; its spectrum is there, too, after that.
   const FoldedTimes& folded(unsigned channel) {
+    if (!grid_) grid_ = grid();
     if (!folded_[channel]) {
-      folded_[channel].emplace(folded_grid(first_ps_, whole_ps(reach_ps_), settings_.bins));
+      folded_[channel].emplace(*grid_);
       folded_[channel]->add(times_ps_[channel]);
       spectra_[channel] = folded_[channel]->spectrum(*transform_);
     }
@@ -190,7 +225,9 @@ class PairSearch {
   std::int64_t first_ps_ = std::numeric_limits<std::int64_t>::max();
   double span_ps_ = 0;
   double reach_ps_ = 1;
+  orvo::timing::DifferenceGrid differences_;  // of the channels that are looked at
   std::optional<RealTransform> transform_;
+  std::optional<FoldedGrid> grid_;
   std::array<std::optional<FoldedTimes>, orvo::timing::kChannels> folded_;
   std::array<Spectrum, orvo::timing::kChannels> spectra_;
 };

@@ -14,6 +14,7 @@
 #include "orvo/timing/correlation_comb.hpp"
 #include "orvo/timing/correlation_peak.hpp"
 #include "orvo/timing/correlation_significance.hpp"
+#include "orvo/timing/difference_grid.hpp"
 #include "orvo/timing/rate_segments.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
 
@@ -124,12 +125,14 @@ inline void take_shares(PairStatistics& statistics) {
 
 /// The verdict on a histogram of two channels. Recording times and rates are estimated from the tags, which must be
 /// in ascending order; when the rates drift together by more than four standard deviations, from short segments of
-/// them.
+/// them. Times on an instrument's grid are recognised, and no pattern of theirs is taken for one of the light.
 inline PairStatistics pair_statistics(const XcorrHistogram& histogram, std::span<const std::int64_t> a_ps,
                                       std::span<const std::int64_t> b_ps, const XcorrWindow& window) {
   PairStatistics statistics;
   statistics.recording = recording_of(a_ps, b_ps);
+  const DifferenceGrid grid = difference_grid(a_ps, b_ps);
   statistics.bins = correlation_bins(histogram, window, chance_pairs(statistics.recording, window));
+  grid.apply(window, statistics.bins.expected);
   statistics.judgement = judge_correlation(statistics.bins);
   const RateSegments segments = rate_segments(a_ps, b_ps);
   const double true_pairs = detail::peak_pairs(statistics.judgement);
@@ -138,6 +141,7 @@ inline PairStatistics pair_statistics(const XcorrHistogram& histogram, std::span
   if (statistics.drifting) {
     const TruePairs known{true_pairs, offset_ps};
     statistics.bins.expected = chance_pairs(segments, window, known);
+    grid.apply(window, statistics.bins.expected);
     statistics.judgement = judge_correlation(statistics.bins);
   }
   const double length_ps = std::max(statistics.recording.a.end_ps, statistics.recording.b.end_ps) -

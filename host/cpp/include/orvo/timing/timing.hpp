@@ -13,6 +13,7 @@
 #include "orvo/timing/correlation_peak.hpp"
 #include "orvo/timing/correlation_significance.hpp"
 #include "orvo/timing/delta32_encoder.hpp"
+#include "orvo/timing/difference_grid.hpp"
 #include "orvo/timing/encoder_settings.hpp"
 #include "orvo/timing/error.hpp"
 #include "orvo/timing/offset_estimate.hpp"

@@ -1,0 +1,155 @@
+#pragma once
+// Which differences of two channels an instrument can give at all.
+//
+// Converters store times on a grid: multiples of a power of two, or the steps of an interpolator within each period
+// of their clock. Differences then lie on a grid as well, and bins that are no multiple of it hold more of its points
+// and fewer in turn: a pattern that is not in the light. What unrelated tags give at each difference follows from the
+// phases of either channel's tags,
+//
+//     pairs(d) ~ sum over all phases p of A(p) B(p + d)        p and d modulo the grid's period
+//
+// which contains how uneven the steps of an interpolator are, too.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <numeric>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "orvo/timing/chance_pairs.hpp"
+#include "orvo/timing/detail/device_time.hpp"
+#include "orvo/timing/detail/wide_integer.hpp"
+#include "orvo/timing/xcorr_window.hpp"
+
+namespace orvo::timing {
+
+/// How often unrelated tags give each difference, compared with times that lie on no grid.
+class DifferenceGrid {
+ public:
+  /// No grid: every difference is as frequent as the others.
+  DifferenceGrid() = default;
+
+  /// `pairs[d]` of differences that are d modulo their number, in any unit, not all 0.
+  DifferenceGrid(const std::vector<double>& pairs, std::int64_t narrowest_bin_ps)
+      : narrowest_bin_ps_(narrowest_bin_ps),
+        period_ps_(static_cast<std::int64_t>(pairs.size())),
+        sums_(pairs.size() + 1) {
+    for (std::size_t d = 0; d < pairs.size(); ++d) sums_[d + 1] = sums_[d] + pairs[d];
+    const double unit = static_cast<double>(pairs.size()) / sums_.back();
+    for (double& sum : sums_) sum *= unit;
+  }
+
+  /// An odd width from which on no bin is without points of the grid; 1 without one.
+  std::int64_t narrowest_bin_ps() const { return narrowest_bin_ps_; }
+
+  /// Pairs with differences from `first` to `last` for each pair that there would be without a grid.
+  double share(detail::Int128 first, detail::Int128 last) const {
+    if (sums_.empty() || last < first) return 1;
+    const Place begin = place_of(first);
+    const Place end = place_of(last + 1);
+    const double whole = static_cast<double>((end.turns - begin.turns) * period_ps_);
+    return (whole + sums_[end.phase] - sums_[begin.phase]) / static_cast<double>(last - first + 1);
+  }
+
+  /// Turns what is expected in the bins of a window without a grid into what is expected with it.
+  void apply(const XcorrWindow& window, std::vector<double>& expected) const {
+    if (sums_.empty()) return;
+    for (std::size_t bin = 0; bin < expected.size(); ++bin) {
+      const detail::BinSpan span = detail::bin_span(window, bin);
+      expected[bin] *= share(span.first + window.offset_ps, span.last + window.offset_ps);
+    }
+  }
+
+ private:
+  struct Place {
+    detail::Int128 turns;
+    std::size_t phase;
+  };
+
+  Place place_of(detail::Int128 difference) const {
+    detail::Int128 turns = difference / period_ps_;
+    if (turns * period_ps_ > difference) --turns;
+    return {turns, static_cast<std::size_t>(difference - turns * period_ps_)};
+  }
+
+  std::int64_t narrowest_bin_ps_ = 1;
+  std::int64_t period_ps_ = 1;
+  std::vector<double> sums_;  // up to each phase; all of them make up the period
+};
+
+namespace detail {
+
+/// At most so many tags tell a grid: evenly spread over the recording.
+inline constexpr std::size_t kTagsForGrid = std::size_t{1} << 21;
+
+template <class Take>
+void for_some_tags(std::span<const std::int64_t> times_ps, Take take) {
+  const std::size_t step = times_ps.size() / kTagsForGrid + 1;
+  for (std::size_t i = 0; i < times_ps.size(); i += step) take(times_ps[i]);
+}
+
+/// The largest power of two, up to 2^15, that divides all distances of the tags: 1 without a grid.
+inline std::uint64_t binary_step_ps(std::span<const std::int64_t> times_ps) {
+  constexpr std::uint64_t kCoarsest = std::uint64_t{1} << 15;
+  std::uint64_t bits = kCoarsest;
+  const auto first = static_cast<std::uint64_t>(times_ps.front());
+  for_some_tags(times_ps, [&](std::int64_t time_ps) { bits |= static_cast<std::uint64_t>(time_ps) - first; });
+  return bits & (~bits + 1);
+}
+
+/// Tags at each phase of the converter's clock.
+inline std::vector<double> clock_phases(std::span<const std::int64_t> times_ps) {
+  std::vector<double> tags(kCoarsePeriodPs);
+  constexpr auto kPeriod = static_cast<std::int64_t>(kCoarsePeriodPs);
+  for_some_tags(times_ps, [&](std::int64_t time_ps) {
+    const std::int64_t phase = time_ps % kPeriod;
+    tags[static_cast<std::size_t>(phase < 0 ? phase + kPeriod : phase)] += 1;
+  });
+  return tags;
+}
+
+/// Whether so few phases have tags that it must be an interpolator's steps; without them thousands of tags fill more.
+inline bool are_steps(const std::vector<double>& phases) {
+  const auto filled = std::count_if(phases.begin(), phases.end(), [](double tags) { return tags > 0; });
+  return static_cast<std::size_t>(filled) < phases.size() / 8;
+}
+
+}  // namespace detail
+
+/// After how many picoseconds the grid of a channel's times repeats, as the tags tell it: the step of a power of two
+/// up to 32,768 ps, or 3333 ps, the period of the converter's clock, for the steps of an interpolator. 1 without a
+/// grid, and for fewer than 2000 tags.
+inline std::int64_t grid_period_ps(std::span<const std::int64_t> times_ps) {
+  constexpr std::size_t kFewest = 2000;
+  if (times_ps.size() < kFewest) return 1;
+  const std::uint64_t step_ps = detail::binary_step_ps(times_ps);
+  if (step_ps > 1) return static_cast<std::int64_t>(step_ps);
+  // Most have no steps, which a few tags tell.
+  const bool has_steps = detail::are_steps(detail::clock_phases(times_ps.first(kFewest))) &&
+                         detail::are_steps(detail::clock_phases(times_ps));
+  return has_steps ? static_cast<std::int64_t>(detail::kCoarsePeriodPs) : 1;
+}
+
+/// The grid of the differences b - a of two lists of times; none unless both channels have one.
+inline DifferenceGrid difference_grid(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+  constexpr auto kClockPs = static_cast<std::int64_t>(detail::kCoarsePeriodPs);
+  constexpr std::int64_t kTwoStepsPs = 37;  // of the interpolator: as many points in nearly all bins
+  const std::int64_t period_a = grid_period_ps(a_ps);
+  const std::int64_t period_b = grid_period_ps(b_ps);
+  if (period_a == 1 || period_b == 1 || (period_a == kClockPs) != (period_b == kClockPs)) return {};
+  std::vector<double> pairs(static_cast<std::size_t>(std::min(period_a, period_b)));
+  if (period_a != kClockPs) {
+    pairs[(static_cast<std::uint64_t>(b_ps.front()) - static_cast<std::uint64_t>(a_ps.front())) % pairs.size()] = 1;
+    return {pairs, static_cast<std::int64_t>(pairs.size()) + 1};
+  }
+  const std::vector<double> a = detail::clock_phases(a_ps);
+  const std::vector<double> b = detail::clock_phases(b_ps);
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (a[i] == 0) continue;
+    for (std::size_t j = 0; j < b.size(); ++j) pairs[j >= i ? j - i : j + b.size() - i] += a[i] * b[j];
+  }
+  return {pairs, kTwoStepsPs};
+}
+
+}  // namespace orvo::timing

@@ -1,0 +1,96 @@
+#pragma once
+// Tags of two or more channels drawn from a known source, in order of time, and how many recordings a simulation has.
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <numbers>
+#include <random>
+#include <vector>
+
+namespace orvo::test {
+
+using Times = std::vector<std::int64_t>;
+
+inline constexpr double kSecondPs = 1e12;
+
+/// A number that a long simulation is asked for by its environment, or what a quick test takes.
+inline int simulation_setting(const char* name, int quick) {
+  const char* const wanted = std::getenv(name);
+  return wanted == nullptr ? quick : std::atoi(wanted);
+}
+
+/// A rate that swings about its mean.
+struct RateDrift {
+  double depth = 0;
+  double cycles = 3;  ///< in the recording
+  double phase = 0;   ///< in turns
+
+  double at(double share_of_time) const {
+    return 1 + depth * std::sin(2 * std::numbers::pi * (cycles * share_of_time + phase));
+  }
+};
+
+/// Moments of a Poisson process whose rate drifts, from 0 to `seconds`.
+inline std::vector<double> poisson_moments_ps(double rate_hz, double seconds, const RateDrift& drift,
+                                              std::mt19937_64& random) {
+  std::vector<double> moments;
+  if (!(rate_hz > 0)) return moments;
+  const double highest = 1 + drift.depth;
+  moments.reserve(static_cast<std::size_t>(1.05 * rate_hz * seconds) + 100);
+  std::exponential_distribution<double> gap(rate_hz * highest / kSecondPs);
+  std::uniform_real_distribution<double> uniform(0, highest);
+  const double end = seconds * kSecondPs;
+  for (double at = gap(random); at < end; at += gap(random)) {
+    if (drift.depth == 0 || uniform(random) < drift.at(at / end)) moments.push_back(at);
+  }
+  return moments;
+}
+
+/// Two detectors, each of which sees light of its own beside that of a source of pairs.
+struct PairSource {
+  double rate_hz = 10'000;  ///< of tags on either channel, all in all
+  double seconds = 10;
+  double share = 0;  ///< of the tags on either channel whose partner is in the recording, too
+  double delay_ps = 0;
+  double jitter_ps = 100;
+  RateDrift drift = {};
+};
+
+struct PairTags {
+  Times a;
+  Times b;
+};
+
+/// One recording of it. Both channels are recorded for the same time: clicks before or after are lost.
+inline PairTags recorded_pairs(const PairSource& source, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  std::normal_distribution<double> jitter(0, source.jitter_ps);
+  const double end = source.seconds * kSecondPs;
+  const double common = 1 - std::abs(source.delay_ps) / end;
+  const double pairs_hz = source.share * source.rate_hz / common;
+  PairTags tags;
+  const auto add = [&](Times& times, double at) {
+    if (at >= 0 && at < end) times.push_back(std::llround(at));
+  };
+  // The rates drift with the time of day, not with that of the source: B's clicks are taken as earlier by the delay.
+  RateDrift early = source.drift;
+  early.phase -= early.cycles * std::abs(source.delay_ps) / end;
+  const double before_ps = std::abs(source.delay_ps);
+  const double seconds = source.seconds + before_ps / kSecondPs;
+  early.cycles *= seconds / source.seconds;
+  for (const double moment : poisson_moments_ps(pairs_hz, seconds, early, random)) {
+    const double at = moment - before_ps;  // of the earlier click; the other one follows
+    add(tags.a, source.delay_ps < 0 ? at + before_ps : at);
+    add(tags.b, (source.delay_ps < 0 ? at : at + before_ps) + jitter(random));
+  }
+  for (Times* times : {&tags.a, &tags.b}) {
+    for (const double at : poisson_moments_ps(source.rate_hz - pairs_hz, source.seconds, source.drift, random))
+      add(*times, at);
+    std::sort(times->begin(), times->end());
+  }
+  return tags;
+}
+
+}  // namespace orvo::test
