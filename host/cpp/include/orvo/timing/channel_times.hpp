@@ -32,6 +32,8 @@ class ChannelTimes {
   void add(unsigned channel, std::int64_t time_ps) {
     if (channel < kChannels) *end_[channel]++ = time_ps;
   }
+  /// Where the next times go, for decoders that write them there themselves.
+  std::array<std::int64_t*, kChannels>& list_ends() { return end_; }
   void end_chunk() {
     for (std::size_t c = 0; c < kChannels; ++c) lists_[c].commit(end_[c]);
   }

@@ -1,6 +1,7 @@
 #pragma once
 // Cross-correlation while the tags go by: of captures of any size, and of live data.
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -77,6 +78,8 @@ class XcorrStream {
   // What a `TagSink` does. `begin_chunk` throws std::bad_alloc; tags of channels that do not exist are left out.
   void begin_chunk(std::size_t most_tags) { tails_.begin_chunk(most_tags); }
   void add(unsigned channel, std::int64_t time_ps) { tails_.add(channel, time_ps); }
+  /// Where the next times go, for decoders that write them there themselves.
+  std::array<std::int64_t*, kChannels>& list_ends() { return tails_.list_ends(); }
   void end_chunk() {
     if (tails_.end_chunk()) settle();
   }

@@ -18,18 +18,27 @@ constexpr std::uint64_t load_be64(const std::uint8_t* p) {
 }
 
 /// In whatever order this machine has: for comparing words with each other.
+inline std::uint32_t load_native32(const std::uint8_t* p) {
+  std::uint32_t word = 0;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+/// The same.
 inline std::uint64_t load_native64(const std::uint8_t* p) {
   std::uint64_t word = 0;
   std::memcpy(&word, p, sizeof word);
   return word;
 }
 
-/// What `load_native64` gives where `load_be64` gives `word`.
-constexpr std::uint64_t native_of_be64(std::uint64_t word) {
-  if (std::endian::native == std::endian::big) return word;
-  std::uint64_t turned = 0;
-  for (int i = 0; i < 8; ++i, word >>= 8) turned = turned << 8 | (word & 0xFF);
-  return turned;
+/// What `load_be32` gives where `load_native32` gives `word`.
+constexpr std::uint32_t be32_of_native(std::uint32_t word) {
+  return load_be32(std::bit_cast<std::array<std::uint8_t, 4>>(word).data());
+}
+
+/// What `load_be64` gives where `load_native64` gives `word`.
+constexpr std::uint64_t be64_of_native(std::uint64_t word) {
+  return load_be64(std::bit_cast<std::array<std::uint8_t, 8>>(word).data());
 }
 
 constexpr std::uint32_t load_le32(const std::uint8_t* p) {

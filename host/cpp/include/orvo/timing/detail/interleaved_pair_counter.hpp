@@ -202,27 +202,29 @@ class InterleavedPairCounter {
   }
 
   void count_round(Kept& kept) {
+    const Binning binning = binning_;
     const std::size_t events = kept.size;
     kept.size = 0;
     for (std::size_t i = 0; i < events; ++i) {
       const std::int64_t* const b = kept.candidate[i];
       const std::int64_t low_ps = kept.low_ps[i];
-      counts_.count(binning_(lag(b, low_ps)));
-      kept.add(b + 1, low_ps, binning_.max_lag() + 1);
+      counts_.count(binning(lag(b, low_ps)));
+      kept.add(b + 1, low_ps, binning.max_lag() + 1);
     }
     note_pairs(events);
   }
 
   void count_rest(const Kept& kept) {
-    const std::uint64_t max_lag = binning_.max_lag();
+    const Binning binning = binning_;
+    const std::uint64_t max_lag = binning.max_lag();
     for (std::size_t i = 0; i < kept.size; ++i) {
       const std::int64_t* b = kept.candidate[i];
       const std::int64_t low_ps = kept.low_ps[i];
       // The last of a few pairs, so do those before it.
       for (; lag(b + kAhead - 1, low_ps) <= max_lag; b += kAhead) {
-        for (std::size_t k = 0; k < kAhead; ++k) counts_.count(binning_(lag(b + k, low_ps)));
+        for (std::size_t k = 0; k < kAhead; ++k) counts_.count(binning(lag(b + k, low_ps)));
       }
-      for (; lag(b, low_ps) <= max_lag; ++b) counts_.count(binning_(lag(b, low_ps)));
+      for (; lag(b, low_ps) <= max_lag; ++b) counts_.count(binning(lag(b, low_ps)));
       note_pairs(static_cast<std::size_t>(b - kept.candidate[i]));
     }
   }

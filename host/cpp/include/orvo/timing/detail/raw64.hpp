@@ -1,7 +1,8 @@
 #pragma once
 // raw64: one big-endian 64-bit word per tag, in one of two tag formats.
 //
-// Tried and left out: one pass over a block for each channel, to keep the place in its list in a register (no faster).
+// Tried and left out: one pass over a block for each channel, to keep the place in its list in a register (no
+// faster).
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -10,6 +11,7 @@
 #include "orvo/timing/detail/ascii_lower.hpp"
 #include "orvo/timing/detail/byte_order.hpp"
 #include "orvo/timing/detail/device_time.hpp"
+#include "orvo/timing/detail/two_channel_lists.hpp"
 #include "orvo/timing/payload_observer.hpp"
 #include "orvo/timing/stream_decoder_state.hpp"
 #include "orvo/timing/tag_sink.hpp"
@@ -25,6 +27,8 @@ struct Raw64PsWord {
 
   constexpr bool is_record() const { return (bits & 0x9FFF'F000'0000'0000) == 0; }
   constexpr unsigned channel() const { return bits >> 61 & 3; }
+  /// Bit 0 or 1 of the channel.
+  constexpr unsigned channel_bit(unsigned bit) const { return bits >> (61 + bit) & 1; }
   /// The time, folded into one device period (44 bits reach a little further).
   constexpr std::uint64_t count() const {
     const std::uint64_t time_ps = bits & 0xFFF'FFFF'FFFF;
@@ -51,6 +55,8 @@ struct Raw64CoarseFineWord {
 
   constexpr bool is_record() const { return (bits & 0x9FFF'E000'0000'0000) == 0x14B8'6000'0000'0000; }
   constexpr unsigned channel() const { return bits >> 61 & 3; }
+  /// Bit 0 or 1 of the channel.
+  constexpr unsigned channel_bit(unsigned bit) const { return bits >> (61 + bit) & 1; }
   constexpr std::uint64_t count() const { return bits >> 13 & 0xFFFF'FFFF; }
   constexpr std::uint64_t count_within() const { return count(); }
   constexpr std::uint64_t stretch_begin() const { return count() & 0xF000'0000; }
@@ -64,13 +70,12 @@ struct Raw64CoarseFineWord {
 static_assert(Raw64CoarseFineWord{0x34B8'6000'0000'2001}.is_record());
 static_assert(Raw64CoarseFineWord{0x34B8'6000'0000'2001}.count() == 1);
 
-/// Unwrapping of one channel.
-struct Raw64Unwrap {
+/// Unwrapping of each channel.
+struct Raw64Unwraps {
   static constexpr std::uint64_t kNone = UINT64_MAX;  // no step from here to a count looks like a wrap
-  std::uint64_t previous = kNone;
-  std::uint64_t epoch = 0;
+  std::array<std::uint64_t, kChannels> previous{kNone, kNone, kNone, kNone};
+  std::array<std::uint64_t, kChannels> epoch{};
 };
-using Raw64Unwraps = std::array<Raw64Unwrap, kChannels>;
 
 /// Takes the word at `at`, if it is a record; returns where the next one may start.
 template <class Word, TagSink Sink, PayloadObserver Observer>
@@ -82,48 +87,89 @@ const std::uint8_t* take_raw64_word(const std::uint8_t* at, Raw64Unwraps& unwrap
     return at + 1;
   }
   observer.framed();
-  Raw64Unwrap& unwrap = unwraps[word.channel()];
+  const unsigned channel = word.channel();
   const std::uint64_t count = word.count();
-  if (wrapped(unwrap.previous, count, Word::kPeriod)) {
-    unwrap.epoch += Word::kPeriod;
-    observer.wrapped(word.channel());
+  if (wrapped(unwraps.previous[channel], count, Word::kPeriod)) {
+    unwraps.epoch[channel] += Word::kPeriod;
+    observer.wrapped(channel);
   }
-  unwrap.previous = count;
-  observer.tag(word.channel());
-  sink.add(word.channel(), word.time_ps(count + unwrap.epoch, fine_ps));
+  unwraps.previous[channel] = count;
+  observer.tag(channel);
+  sink.add(channel, word.time_ps(count + unwraps.epoch[channel], fine_ps));
   return at + 8;
 }
 
 /// Words looked at together.
 inline constexpr std::size_t kRaw64Block = 256;
 
-/// True when the block at `at` holds nothing but records, all of one stretch, in which no channel's count can wrap.
-/// The words are compared as they lie, without turning their bytes.
-template <class Word>
-bool raw64_block_is_plain(const std::uint8_t* at, const Raw64Unwraps& unwraps) {
-  const Word first{load_be64(at)};
-  if (!first.is_record() || !first.stretch_is_within()) return false;
-  for (const Raw64Unwrap& unwrap : unwraps) {
-    if (wrapped(unwrap.previous, first.stretch_begin(), Word::kPeriod)) return false;
-  }
+/// In which bits the words of the block at `at` differ. They are compared as they lie, without turning their bytes.
+inline std::uint64_t raw64_block_differences(const std::uint8_t* at) {
   const std::uint64_t reference = load_native64(at);
   std::uint64_t differing = 0;
+#pragma GCC unroll 4
   for (std::size_t i = 0; i < kRaw64Block; ++i) differing |= load_native64(at + 8 * i) ^ reference;
-  return (differing & native_of_be64(Word::kStretchBits)) == 0;
+  return be64_of_native(differing);
+}
+
+/// True when a block holds nothing but records, all of one stretch, in which no channel's count can wrap.
+template <class Word>
+bool raw64_block_is_plain(Word first, Word differing, const Raw64Unwraps& unwraps) {
+  if (!first.is_record() || !first.stretch_is_within() || (differing.bits & Word::kStretchBits) != 0) return false;
+  return std::none_of(unwraps.previous.begin(), unwraps.previous.end(), [first](std::uint64_t previous) {
+    return wrapped(previous, first.stretch_begin(), Word::kPeriod);
+  });
 }
 
 /// Takes a block of which that is true: every word is a record and no count wraps.
 template <class Word, TagSink Sink, PayloadObserver Observer>
 void take_plain_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps, Sink& sink,
                             Observer& observer) {
-  observer.framed();
+#pragma GCC unroll 4
   for (std::size_t i = 0; i < kRaw64Block; ++i) {
     const Word word{load_be64(at + 8 * i)};
-    Raw64Unwrap& unwrap = unwraps[word.channel()];
-    unwrap.previous = word.count_within();
-    observer.tag(word.channel());
-    sink.add(word.channel(), word.time_ps(word.count_within() + unwrap.epoch, fine_ps));
+    const unsigned channel = word.channel();
+    unwraps.previous[channel] = word.count_within();
+    observer.tag(channel);
+    sink.add(channel, word.time_ps(word.count_within() + unwraps.epoch[channel], fine_ps));
   }
+}
+
+/// The same for a block of two channels and a sink of lists.
+template <class Word, ListSink Sink, PayloadObserver Observer>
+void take_plain_raw64_block(const std::uint8_t* at, TwoChannels channels, Raw64Unwraps& unwraps,
+                            const std::int64_t* fine_ps, Sink& sink, Observer& observer) {
+  const std::array<std::uint64_t, 2> epoch{unwraps.epoch[channels.first], unwraps.epoch[channels.second()]};
+  std::array<std::uint64_t, 2> previous{unwraps.previous[channels.first], unwraps.previous[channels.second()]};
+  TwoChannelLists lists(sink.list_ends(), channels);
+#pragma GCC unroll 4
+  for (std::size_t i = 0; i < kRaw64Block; ++i) {
+    const Word word{load_be64(at + 8 * i)};
+    const std::size_t which = word.channel_bit(channels.bit);
+    previous[which] = word.count_within();
+    observer.tag(word.channel());
+    lists.add(which, word.time_ps(word.count_within() + epoch[which], fine_ps));
+  }
+  unwraps.previous[channels.first] = previous[0];
+  unwraps.previous[channels.second()] = previous[1];
+}
+
+/// Takes the block at `at` if it is plain.
+template <class Word, TagSink Sink, PayloadObserver Observer>
+bool take_raw64_block(const std::uint8_t* at, Raw64Unwraps& unwraps, const std::int64_t* fine_ps, Sink& sink,
+                      Observer& observer) {
+  const Word first{load_be64(at)};
+  const Word differing{raw64_block_differences(at)};
+  if (!raw64_block_is_plain(first, differing, unwraps)) return false;
+  observer.framed();
+  if constexpr (ListSink<Sink>) {
+    if (differing.channel() != 3) {
+      const TwoChannels channels(first.channel(), differing.channel());
+      take_plain_raw64_block<Word>(at, channels, unwraps, fine_ps, sink, observer);
+      return true;
+    }
+  }
+  take_plain_raw64_block<Word>(at, unwraps, fine_ps, sink, observer);
+  return true;
 }
 
 /// Decodes every record of the pending bytes. What is no record is skipped byte by byte; at most 7 bytes stay
@@ -137,14 +183,13 @@ void scan_raw64(StreamDecoder& decoder, Sink& sink, Observer& observer) {
   // Local: stores through the sink could change the decoder's own numbers, for all the compiler knows.
   Raw64Unwraps unwraps;
   for (unsigned c = 0; c < kChannels; ++c) {
-    unwraps[c].epoch = decoder.raw64_epoch[c];
-    if (decoder.raw64_prev_valid[c]) unwraps[c].previous = decoder.raw64_prev[c];
+    unwraps.epoch[c] = decoder.raw64_epoch[c];
+    if (decoder.raw64_prev_valid[c]) unwraps.previous[c] = decoder.raw64_prev[c];
   }
   sink.begin_chunk(decoder.pending_bytes.size() / 8);
   observer.begin_chunk();
   while (end - at >= 8) {
-    if (end - at >= kBlockBytes && raw64_block_is_plain<Word>(at, unwraps)) {
-      take_plain_raw64_block<Word>(at, unwraps, fine_ps, sink, observer);
+    if (end - at >= kBlockBytes && take_raw64_block<Word>(at, unwraps, fine_ps, sink, observer)) {
       at += kBlockBytes;
       continue;
     }
@@ -153,10 +198,10 @@ void scan_raw64(StreamDecoder& decoder, Sink& sink, Observer& observer) {
   }
   sink.end_chunk();
   for (unsigned c = 0; c < kChannels; ++c) {
-    if (unwraps[c].previous == Raw64Unwrap::kNone) continue;
+    if (unwraps.previous[c] == Raw64Unwraps::kNone) continue;
     decoder.raw64_prev_valid[c] = true;
-    decoder.raw64_prev[c] = unwraps[c].previous;
-    decoder.raw64_epoch[c] = unwraps[c].epoch;
+    decoder.raw64_prev[c] = unwraps.previous[c];
+    decoder.raw64_epoch[c] = unwraps.epoch[c];
   }
   decoder.pending_bytes.consume(static_cast<std::size_t>(at - decoder.pending_bytes.begin()));
 }

@@ -31,6 +31,8 @@ class StreamTails {
   void add(unsigned channel, std::int64_t time_ps) {
     if (channel < kChannels) *end_[channel]++ = time_ps;
   }
+  /// Where the next times go, for decoders that write them there themselves.
+  std::array<std::int64_t*, kChannels>& list_ends() { return end_; }
   /// True when so many tags have come since the last call of `settle` that it pays.
   bool end_chunk();
 
