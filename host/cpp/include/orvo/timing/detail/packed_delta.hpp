@@ -2,7 +2,6 @@
 // packed_delta: from pending bytes to tags. Locks onto the records, decodes each chunk by the rules, and gives up a
 // lock that decodes noise.
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +9,7 @@
 
 #include "orvo/timing/byte_queue.hpp"
 #include "orvo/timing/detail/packed_alignment.hpp"
+#include "orvo/timing/detail/packed_chains.hpp"
 #include "orvo/timing/detail/packed_record.hpp"
 #include "orvo/timing/detail/packed_rules.hpp"
 #include "orvo/timing/payload_observer.hpp"
@@ -43,9 +43,6 @@ bool lock_packed_alignment(StreamDecoder& decoder, PackedLayout layout, Observer
   return false;
 }
 
-/// Tags per channel of one call. Those of chained records count in internal recordings only: no other lock is judged.
-using ChannelCounts = std::array<std::uint64_t, kChannels>;
-
 /// A wrong alignment decodes noise, which spreads unevenly over the channels. Judged in internal recordings of two or
 /// more channels, which have similar rates, once there are enough tags to tell.
 inline bool lock_is_imbalanced(const PackedRules& rules, const ChannelBalance& balance) {
@@ -72,8 +69,13 @@ class PackedRecords {
   /// Records up to here can be read with loads of 8 bytes from where they start.
   std::uint64_t fast_size() const { return fast_size_; }
   const std::uint8_t* bytes() const { return bytes_.data(); }
-  /// The first bit of a record.
+  /// The record at that bit, in the high bits of what is loaded.
+  static std::uint64_t load(const std::uint8_t* bytes, std::uint64_t bit) {
+    return load_be64(bytes + bit / 8) << (bit % 8);
+  }
+  /// The first bit of a record, and the record that starts at a bit.
   std::uint64_t position(std::uint64_t index) const { return first_bit_ + index * layout_.width(); }
+  std::uint64_t index_at(std::uint64_t bit) const { return (bit - first_bit_) / layout_.width(); }
 
  private:
   PackedLayout layout_;
@@ -83,72 +85,58 @@ class PackedRecords {
   std::uint64_t fast_size_ = 0;
 };
 
+/// False where the fast path would not come far: within a sync sequence, and where a channel awaits its anchor.
+inline bool may_chain(const StreamDecoder& decoder, const PackedRecords& records, std::uint64_t k) {
+  if (decoder.pk_sync_left > 0 || k >= records.fast_size()) return false;
+  const unsigned channel = leading_channel(PackedRecords::load(records.bytes(), records.position(k)));
+  return static_cast<std::int32_t>(channel) != decoder.pk_anchor_channel;
+}
+
 /// The fast path: decodes overflow records, and data records that only chain on their channel's last time, up to the
-/// first record that is anything else, and returns its index.
+/// first record that is anything else, and returns its index. Where tags are rare, most have an overflow record right
+/// before their data record: the two are taken together, out of one load. A function of its own for the compiler,
+/// too: inlined where it is called, it would share the registers with everything else there.
 template <TagSink Sink, PayloadObserver Observer>
-std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& rules, const PackedRecords& records,
-                                     std::uint64_t k, ChannelCounts& emitted, Sink& sink, Observer& observer) {
-  constexpr std::uint64_t kNoGap = UINT64_MAX;  // none is as long
-  if (decoder.pk_sync_left > 0) return k;
-  // A shorter difference is no step back, has no wrap step in it and is not implausible: what is left of the rules is
-  // adding up. For channels of which that is not true, no difference is short enough.
-  std::array<std::uint64_t, kChannels> limit_ps{};
-  for (unsigned c = 0; c < kChannels; ++c) {
-    const bool chains = is_active(rules.active, c) && decoder.pk_has_time[c] &&
-                        decoder.pk_anchor_channel != static_cast<std::int32_t>(c);
-    if (chains) limit_ps[c] = std::min({rules.modulus / 2, rules.wrap_step, kImplausiblePs});
-  }
-  // Local copies: stores through the sink could change any number that a reference names, for all the compiler knows.
-  const PackedRules fixed = rules;
+[[gnu::noinline]] std::uint64_t decode_chained_records(StreamDecoder& decoder, const PackedRules& rules,
+                                                       const PackedRecords& records, std::uint64_t k,
+                                                       ChannelCounts& emitted, Sink& sink, Observer& observer) {
+  constexpr std::uint32_t kUsableBits = 64 - 7;  // of a load: what is before the record can be 7 bits
+  PackedChains chains(decoder, rules);
+  const PackedLayout layout = rules.layout;
+  const std::uint32_t width = layout.width();
   const std::uint8_t* const bytes = records.bytes();
-  const std::uint64_t end = records.fast_size();
-  std::array<std::int64_t, kChannels> last_ps = decoder.pk_last_time;
-  std::array<std::uint64_t, kChannels> overflow = decoder.pk_overflow;
-  std::array<std::uint64_t, kChannels> last_gap_ps;
-  last_gap_ps.fill(kNoGap);
-  ChannelCounts taken{};  // in internal recordings, where a lock is judged by it
-  // Data records of most channels need no question but their kind, which is channel and flag: no payload is too long
-  // for them while no overflow waits.
-  const std::uint32_t all_ones = fixed.layout.all_ones();
-  const std::uint64_t longest_ps = packed_gap_ps(fixed, 0, all_ones);
-  const auto plain_kind = [&](unsigned c) { return longest_ps < limit_ps[c] ? 1u << 2 * c : 0u; };
-  unsigned plain_kinds = 0;
-  for (unsigned c = 0; c < kChannels; ++c) plain_kinds |= overflow[c] == 0 ? plain_kind(c) : 0u;
-  const unsigned unused_bits = 64 - fixed.layout.width();
-  for (std::uint64_t bit = records.position(k); k < end; ++k, bit += fixed.layout.width()) {
-    const std::uint64_t record = load_be64(bytes + bit / 8) << (bit % 8) >> unused_bits;
-    const auto kind = static_cast<unsigned>(record >> fixed.layout.delta_bits);
-    const auto payload = static_cast<std::uint32_t>(record) & all_ones;
-    const unsigned c = kind >> 1 & 3;
-    std::uint64_t gap_ps = packed_gap_ps(fixed, 0, payload);
-    if ((plain_kinds >> kind & 1) == 0) {
-      if ((kind & 1) != 0) {
-        if (payload == all_ones || limit_ps[c] == 0) break;
-        overflow[c] += payload;
-        plain_kinds &= ~(1u << 2 * c);
-        observer.passed(PayloadClass::overflow, fixed.layout.width());
-        continue;
-      }
-      gap_ps = packed_gap_ps(fixed, overflow[c], payload);
-      if (gap_ps >= limit_ps[c]) break;
-      overflow[c] = 0;
-      plain_kinds |= plain_kind(c);
+  const std::uint64_t end = records.position(records.fast_size());
+  std::uint64_t bit = records.position(k);
+  const auto give_tag = [&](unsigned channel) {
+    observer.tag(channel);
+    sink.add(channel, chains.time_ps(channel));
+  };
+  while (bit < end) {
+    const std::uint64_t word = PackedRecords::load(bytes, bit);
+    const unsigned channel = leading_channel(word);
+    const std::uint32_t payload = leading_payload(word, layout);
+    if (!leading_flag(word)) {
+      if (!chains.take_data(channel, payload)) break;
+      bit += width;
+      give_tag(channel);
+      continue;
     }
-    last_ps[c] = add_wrapping(last_ps[c], gap_ps);
-    last_gap_ps[c] = gap_ps;
-    if (fixed.internal) ++taken[c];
-    observer.tag(c);
-    sink.add(c, last_ps[c]);
+    if (payload == layout.all_ones()) break;
+    const std::uint64_t next = word << width;
+    const bool data_of_channel = (word ^ next) >> 61 == 1;  // the same channel, another flag
+    if (2 * width <= kUsableBits && data_of_channel &&
+        chains.take_pair(channel, payload, leading_payload(next, layout))) {
+      bit += 2 * width;
+      observer.passed(PayloadClass::overflow, width);
+      give_tag(channel);
+      continue;
+    }
+    if (!chains.take_overflow(channel, payload)) break;
+    bit += width;
+    observer.passed(PayloadClass::overflow, width);
   }
-  decoder.pk_overflow = overflow;
-  for (unsigned c = 0; c < kChannels; ++c) {
-    if (last_gap_ps[c] == kNoGap) continue;
-    emitted[c] += taken[c];
-    decoder.pk_last_delta[c] = last_gap_ps[c];
-    decoder.pk_last_time[c] = decoder.pk_emitted_time[c] = last_ps[c];
-    decoder.pk_has_emitted[c] = true;
-  }
-  return k;
+  chains.end(decoder, emitted);
+  return records.index_at(bit);
 }
 
 /// Moves on by `records` and drops the lock. The next search starts on a whole byte: the bits of it that are among
@@ -173,7 +161,8 @@ void decode_packed_delta(StreamDecoder& decoder, Sink& sink, Observer& observer)
   observer.begin_chunk();
   ChannelCounts emitted{};
   for (std::uint64_t k = 0;; ++k) {
-    k = decode_chained_records(decoder, rules, records, k, emitted, sink, observer);
+    if (may_chain(decoder, records, k))
+      k = decode_chained_records(decoder, rules, records, k, emitted, sink, observer);
     if (k == records.size()) break;
     const PackedRecord record = records[k];
     const PackedStep step = take_packed_record(decoder, rules, {record, k, records.size()}, observer);

@@ -38,10 +38,19 @@ struct PackedRecord {
   std::uint32_t payload;
 };
 
-/// The record in the high bits of `word`.
+// The record in the high bits of `word`.
+
+constexpr unsigned leading_channel(std::uint64_t word) {
+  return static_cast<unsigned>(word >> 62);
+}
+constexpr bool leading_flag(std::uint64_t word) {
+  return (word >> 61 & 1) != 0;
+}
+constexpr std::uint32_t leading_payload(std::uint64_t word, PackedLayout layout) {
+  return static_cast<std::uint32_t>(word >> (64 - layout.width())) & layout.all_ones();
+}
 constexpr PackedRecord leading_packed_record(std::uint64_t word, PackedLayout layout) {
-  return {static_cast<unsigned>(word >> 62), (word >> 61 & 1) != 0,
-          static_cast<std::uint32_t>(word >> (64 - layout.width())) & layout.all_ones()};
+  return {leading_channel(word), leading_flag(word), leading_payload(word, layout)};
 }
 
 /// The record in the low bits of `bits`.
