@@ -10,7 +10,6 @@
 #include <span>
 #include <vector>
 
-#include "inspect/interval_bins.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/tag_sink.hpp"
 #include "reference/capture_facts.hpp"
@@ -20,36 +19,6 @@ namespace {
 using namespace orvo::test::reference;
 
 static_assert(orvo::timing::TagSink<FactCollector>);
-
-TEST(IntervalBins, StartAtTheSmallestNumberWhoseEighthPowerReachesThem) {
-  for (std::size_t i = 0; i < kIntervalBins; ++i) {
-    const std::uint64_t low = kIntervalBinLows[i];
-    EXPECT_FALSE(less(power(low, 8), power(10, static_cast<unsigned>(i)))) << i;
-    EXPECT_TRUE(low == 1 || less(power(low - 1, 8), power(10, static_cast<unsigned>(i)))) << i;
-    EXPECT_EQ(interval_bin(low), i == 1 ? 2 : i);
-    EXPECT_TRUE(low == 1 || interval_bin(low - 1) < i) << i;
-    if (low > std::uint64_t{1} << 53) continue;
-    EXPECT_EQ(short_interval_bin(low), interval_bin(low));
-    EXPECT_TRUE(low == 1 || short_interval_bin(low - 1) == interval_bin(low - 1)) << i;
-  }
-  EXPECT_EQ(interval_bin(2), 2u);
-  EXPECT_EQ(interval_bin(UINT64_MAX), 154u);
-  for (std::uint64_t step = 1; step < 300; ++step) EXPECT_EQ(interval_bin(step), bin_of(step)) << step;
-}
-
-TEST(Multiples, AreWhatDivisionLeavesNothingOf) {
-  std::mt19937_64 random(3);
-  for (int i = 0; i < 20'000; ++i) {
-    const std::uint64_t divisor = std::max<std::uint64_t>(random() >> random() % 64, 1);
-    const std::uint64_t number = random() >> random() % 64;
-    const Multiples multiples(divisor);
-    ASSERT_EQ(multiples.contain(number), number % divisor == 0) << number << " of " << divisor;
-    ASSERT_TRUE(multiples.contain(number / divisor * divisor)) << number << " of " << divisor;
-    ASSERT_EQ(multiples.has_mask(), (divisor & (divisor - 1)) == 0);
-    if (!multiples.has_mask()) continue;
-    ASSERT_EQ(multiples.mask(), divisor - 1);
-  }
-}
 
 /// Streams of every kind: in order or not, on a grid, with losses, with times of any size.
 std::vector<SeenTag> stream(std::mt19937_64& random, bool hostile, std::uint64_t most_tags) {
@@ -147,6 +116,12 @@ TEST(CaptureFacts, AreThoseOfTheSlowWayWhereTagsAreMany) {
   }
 }
 
+orvo::timing::StreamFileHeader raw64() {
+  orvo::timing::StreamFileHeader header;
+  header.stream_format = orvo::timing::StreamFormat::raw64;
+  return header;
+}
+
 // What a block says at once is what its tags say one after the other.
 TEST(StreamOrder, OfBlocksIsThatOfSingleTags) {
   for (std::uint64_t seed = 0; seed < 40; ++seed) {
@@ -154,10 +129,13 @@ TEST(StreamOrder, OfBlocksIsThatOfSingleTags) {
     std::vector<SeenTag> tags = stream(random, seed % 4 == 0, 30'000);
     for (SeenTag& tag : tags) {
       if (random() % 2'000 == 0) tag.time_ps -= 1'500'000'000;
+      if (random() % 2'000 == 0) tag.time_ps += 1'500'000'000;
     }
-    FactCollector collector(orvo::timing::StreamFileHeader{}, 0);
+    const std::uint64_t loss_every = seed % 2 == 0 ? 3 : 1'000'000;  // a loss ends a block
+    FactCollector collector(raw64(), 0);
     StreamOrder single(true);
     for (const SeenTag& tag : tags) {
+      if (random() % loss_every == 0) collector.lost({orvo::timing::LossReason::foreign, 0, 1});
       collector.add(tag.channel, tag.time_ps);
       const auto channel = static_cast<std::uint8_t>(tag.channel);
       single.add({&channel, 1}, {&tag.time_ps, 1});
@@ -171,11 +149,46 @@ TEST(StreamOrder, OfBlocksIsThatOfSingleTags) {
       if (order.first_jump(c)) {
         EXPECT_EQ(order.first_jump(c)->time_ps, single.first_jump(c)->time_ps);
         EXPECT_EQ(order.first_jump(c)->back_ps, single.first_jump(c)->back_ps);
+        EXPECT_EQ(order.first_jump(c)->channel, single.first_jump(c)->channel);
       }
       if (!order.lost_lap(c)) continue;
       EXPECT_EQ(order.lost_lap(c)->quiet_ps, single.lost_lap(c)->quiet_ps);
     }
   }
+}
+
+// Channel 0 clicks each millisecond; channel 1 at the start, and again 8 s later, a device period of 14.3 s early.
+TEST(StreamOrder, TellsHowLongAChannelWasQuiet) {
+  constexpr std::int64_t kPeriod = 14'315'125'997'568;
+  FactCollector collector(raw64(), 0);
+  for (std::int64_t i = 0; i <= 8'000; ++i) {
+    collector.add(0, kPeriod + i * 1'000'000'000);
+    if (i == 0) collector.add(1, kPeriod + 500);
+  }
+  collector.add(1, 8'000'000'000'300);
+  collector.finish();
+  const auto& lap = collector.facts().order.lost_lap(1);
+  ASSERT_TRUE(lap.has_value());
+  EXPECT_EQ(lap->quiet_ps, 8'000'000'000'000u - 500);
+  EXPECT_EQ(lap->jump.back_ps, 14'315'125'997'568u - 300);
+  EXPECT_EQ(collector.facts().order.jumps(), 1u);
+}
+
+// The first tag of channel 1 is 12 ms before the tag before it. If that came half as far or more after the one
+// before, it is out of place itself.
+TEST(StreamOrder, ChannelsThatBeginEarlyMissALapUnlessTheOtherIsAhead) {
+  const auto order = [](std::int64_t forward_ps) {
+    StreamOrder found(false);
+    const std::vector<std::uint8_t> channels = {0, 0, 1};
+    const std::vector<std::int64_t> times = {12'000'000'000 - forward_ps, 12'000'000'000, 0};
+    found.add(channels, times);
+    return found;
+  };
+  EXPECT_FALSE(order(6'000'000'000).lost_lap(1).has_value());
+  EXPECT_TRUE(order(6'000'000'000).first_jump(0).has_value());
+  ASSERT_TRUE(order(5'999'999'999).lost_lap(1).has_value());
+  EXPECT_EQ(order(5'999'999'999).lost_lap(1)->quiet_ps, 0u);
+  EXPECT_TRUE(order(5'999'999'999).first_jump(1).has_value());
 }
 
 TEST(CaptureFacts, OfADiscardedChunkAreTakenBack) {
@@ -197,6 +210,46 @@ TEST(CaptureFacts, OfADiscardedChunkAreTakenBack) {
   EXPECT_EQ(collector.facts().order.jumps(), 0u);
 }
 
+// What was lost in a discarded chunk does not stand between the tags around it, and its tags are none of the wanted.
+TEST(CaptureFacts, OfADiscardedChunkNothingStays) {
+  orvo::timing::StreamFileHeader header;
+  header.stream_format = orvo::timing::StreamFormat::packed_delta;
+  header.mode = orvo::timing::StreamMode::internal;
+  FactCollector collector(header, 3);
+  collector.begin_chunk(2);
+  collector.add(0, 5);
+  collector.add(0, 9);
+  collector.end_chunk();
+  collector.begin_chunk(2);
+  collector.add(0, 12);
+  collector.lost({orvo::timing::LossReason::no_time, 3, 19});
+  collector.discard_chunk();
+  EXPECT_FALSE(collector.is_full());
+  collector.begin_chunk(1);
+  collector.add(0, 20);
+  EXPECT_TRUE(collector.is_full());
+  collector.end_chunk();
+  collector.finish();
+  EXPECT_EQ(collector.facts().tags(), 3u);
+  EXPECT_EQ(collector.facts().channels[0].ranked(), 2u);
+  EXPECT_EQ(collector.facts().channels[0].longest_ps(), 11u);
+}
+
+// A channel whose times are true again after a loss of sync: the step across is not one of its usual ones.
+TEST(CaptureFacts, LeaveOutStepsToTimesThatAreTrueAgain) {
+  FactCollector collector(orvo::timing::StreamFileHeader{}, 0);
+  for (const std::int64_t time_ps : {10, 20, 30}) collector.add(0, time_ps);
+  collector.true_again(1);
+  collector.add(0, 40);
+  collector.true_again(0);
+  collector.add(0, 90);
+  collector.add(0, 100);
+  collector.finish();
+  EXPECT_EQ(collector.facts().channels[0].steps(), 5u);
+  EXPECT_EQ(collector.facts().channels[0].ranked(), 4u);
+  EXPECT_EQ(collector.facts().channels[0].longest_ranked().front().step_ps, 10u);
+}
+
 TEST(CaptureFacts, StopAtTheWantedNumberOfTags) {
   FactCollector collector(orvo::timing::StreamFileHeader{}, 300);
   collector.begin_chunk(1'000);
@@ -208,57 +261,6 @@ TEST(CaptureFacts, StopAtTheWantedNumberOfTags) {
   collector.finish();
   EXPECT_EQ(collector.facts().tags(), 300u);
   EXPECT_EQ(collector.facts().last_ps(), 299);
-}
-
-TEST(LossRecords, KeepTheLargestAndWhereTheyAre) {
-  using orvo::timing::LossReason;
-  LossRecords records;
-  for (std::uint64_t i = 0; i < 30; ++i) records.add({LossReason::foreign, 10'000 * i, 1 + i % 25});
-  ASSERT_EQ(records.largest().size(), 20u);
-  EXPECT_EQ(records.largest().front().size, 25u);
-  EXPECT_EQ(records.largest().back().size, 6u);
-  const auto& slices = records.slices();
-  EXPECT_EQ(std::accumulate(slices.begin(), slices.end(), std::uint64_t{0}), 325u + 15);
-  EXPECT_EQ(records.slice(), 512u);
-  EXPECT_EQ(slices[10'000 / 512], 2u);
-}
-
-TEST(RepeatedPieces, AreFoundWhereverTheyStand) {
-  std::mt19937_64 random(5);
-  std::vector<std::uint64_t> steps(20'000);
-  for (std::uint64_t& step : steps) step = random() % 1'000'000;
-  const std::vector<std::uint8_t> channels(steps.size(), 1);
-  RepeatedPieces once;
-  once.add(channels, steps);
-  EXPECT_EQ(once.found(), 0u);
-  RepeatedPieces twice;
-  twice.add(channels, steps);
-  twice.add(std::span(channels).subspan(3'000, 5'000), std::span(steps).subspan(3'000, 5'000));
-  EXPECT_GT(twice.found(), 5u);
-  // In whatever parts the tags come.
-  RepeatedPieces split;
-  for (std::size_t at = 0; at < 25'000; at += 7) {
-    std::vector<std::uint64_t> part;
-    for (std::size_t i = at; i < std::min<std::size_t>(at + 7, 25'000); ++i) {
-      part.push_back(steps[i < 20'000 ? i : i - 17'000]);
-    }
-    split.add(std::span(channels).first(part.size()), part);
-  }
-  EXPECT_EQ(split.found(), twice.found());
-  EXPECT_EQ(split.tags(), twice.tags());
-  // On another channel they are others.
-  RepeatedPieces other;
-  other.add(channels, steps);
-  other.add(std::vector<std::uint8_t>(5'000, 2), std::span(steps).subspan(3'000, 5'000));
-  EXPECT_EQ(other.found(), 0u);
-  RepeatedPieces few_kinds;
-  for (std::uint64_t& step : steps) step = 1'000'000 + random() % 10;
-  few_kinds.add(channels, steps);
-  few_kinds.add(channels, steps);
-  EXPECT_EQ(few_kinds.found(), 0u);
-  RepeatedPieces periodic;
-  periodic.add(channels, std::vector<std::uint64_t>(20'000, 10'000'000));
-  EXPECT_EQ(periodic.found(), 0u);
 }
 
 }  // namespace

@@ -122,6 +122,34 @@ TEST_F(PayloadThresholds, OtherEncodings) {
   EXPECT_FALSE(finds("B other_encoding", header, standing(11)));
 }
 
+// Packed records under a header that says raw64: of so many in a hundred data, the others overflow records.
+TEST_F(PayloadThresholds, OtherEncodingsThatArePacked) {
+  // A sync sequence that breaks off costs the lock; so many of them stand before the records, and one amid them or
+  // not.
+  const auto capture = [](unsigned data_percent, unsigned breaks_before = 0, bool break_amid = false) {
+    PackedWriter writer(16);
+    for (unsigned i = 0; i < breaks_before; ++i) writer.sync_start(0).overflow(0, 1);
+    writer.anchor(0, 1'000).anchor(1, 1'000);
+    for (unsigned i = 0; i < 10'000; ++i) {
+      if (i == 9'000 && break_amid) writer.sync_start(0).overflow(0, 1);
+      if (i % 100 < data_percent) {
+        writer.data(i % 2, 500 + i * i % 7);
+      } else {
+        writer.overflow(i % 2, 1);
+      }
+    }
+    return writer.bytes();
+  };
+  const std::string header = made_header("raw64", 3);
+  EXPECT_TRUE(finds("B other_encoding", header, capture(100)));
+  EXPECT_TRUE(finds("B other_encoding", header, capture(31)));
+  EXPECT_FALSE(finds("B other_encoding", header, capture(29)));
+  EXPECT_FALSE(finds("B other_encoding", header, capture(100, 0, true)));
+  // 1110 records before 10010 are less than a tenth of all, 1120 are more.
+  EXPECT_TRUE(finds("B other_encoding", header, capture(100, 555)));
+  EXPECT_FALSE(finds("B other_encoding", header, capture(100, 560)));
+}
+
 TEST_F(PayloadThresholds, LeadIn) {
   const Bytes records = raw64_payload(steady(10));
   EXPECT_FALSE(finds("N lead_in", made_header("raw64", 1), records));

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
+#include <string>
 
 #include "support/inspect_thresholds.hpp"
 
@@ -11,6 +13,19 @@ namespace {
 using namespace orvo::test;
 
 class RateThresholds : public Thresholds {};
+
+/// Tags of channel 0 and 1 in slices of 2^30 ps, evenly spaced in each: `counts(slice, channel)` of them.
+template <class CountOf>
+Tags in_slices(std::uint64_t slices, CountOf counts) {
+  Tags tags;
+  for (std::uint64_t i = 0; i < slices; ++i) {
+    for (unsigned c = 0; c < 2; ++c) {
+      const std::uint64_t count = counts(i, c);
+      for (std::uint64_t j = 1; j <= count; ++j) tags.push_back({c, (i << 30) + j * ((1u << 30) / (count + 1)) + c});
+    }
+  }
+  return merged(tags, {});
+}
 
 TEST_F(RateThresholds, Bunching) {
   Clicks clicks(7);
@@ -83,6 +98,29 @@ TEST_F(RateThresholds, RateSteps) {
   EXPECT_TRUE(finds("N rate_step", capture(3, 9)));
 }
 
+// The first slice is seldom whole: a burst needs two whole ones before it.
+TEST_F(RateThresholds, BurstsInWholeSlices) {
+  const auto capture = [](std::uint64_t place) {
+    return in_slices(1'100, [place](std::uint64_t slice, unsigned channel) {
+      return channel == 1 ? 0 : slice == place ? std::uint64_t{300} : std::uint64_t{100};
+    });
+  };
+  EXPECT_FALSE(finds("S burst", capture(2)));
+  EXPECT_TRUE(finds("S burst", capture(3)));
+  EXPECT_TRUE(finds("S burst", capture(1'096)));
+  EXPECT_FALSE(finds("S burst", capture(1'097)));
+}
+
+// A pause is told once: the slices without tags are no steps of the rate besides.
+TEST_F(RateThresholds, PausesAreNoStepsOfTheRate) {
+  write(in_slices(1'100,
+                  [](std::uint64_t slice, unsigned channel) {
+                    return channel == 1 || (slice >= 500 && slice < 540) ? std::uint64_t{0} : std::uint64_t{100};
+                  }),
+        1);
+  EXPECT_EQ(codes(report(), "SB"), std::set<std::string>{"S pause"});
+}
+
 TEST_F(RateThresholds, SharedLimits) {
   // Two channels that take turns at a fixed pace, so that their sum does not vary; or independent ones.
   Tags turns;
@@ -92,19 +130,6 @@ TEST_F(RateThresholds, SharedLimits) {
   }
   EXPECT_TRUE(finds("N shared_limit", turns, 3));
   EXPECT_FALSE(finds("N shared_limit", merged(clicks.at(0, 4e7, 0, 1.2e12), clicks.at(1, 4e7, 0, 1.2e12)), 3));
-}
-
-/// Tags of channel 0 and 1 in slices of 2^30 ps, evenly spaced in each: `counts(slice, channel)` of them.
-template <class CountOf>
-Tags in_slices(std::uint64_t slices, CountOf counts) {
-  Tags tags;
-  for (std::uint64_t i = 0; i < slices; ++i) {
-    for (unsigned c = 0; c < 2; ++c) {
-      const std::uint64_t count = counts(i, c);
-      for (std::uint64_t j = 1; j <= count; ++j) tags.push_back({c, (i << 30) + j * ((1u << 30) / (count + 1)) + c});
-    }
-  }
-  return merged(tags, {});
 }
 
 // One channel swings by 30 from slice to slice, the other by y the other way: the variances are 900 and y^2, that of

@@ -76,6 +76,10 @@ TEST_F(TimeThresholds, Jumps) {
   EXPECT_FALSE(finds("S time_jump", capture(1'000'000'000, 100), 3));
   EXPECT_TRUE(finds("S time_jump", capture(1'000'000'001, 100), 3));
   EXPECT_TRUE(finds("B time_jump", capture(1'000'000'001, 99), 3));
+  // A tag outside the mask is not the measure of how many jumps there are.
+  Tags outside = capture(1'000'000'001, 100);
+  outside.insert(outside.begin() + 10, MadeTag{2, outside[9].time_ps + 1});
+  EXPECT_TRUE(finds("S time_jump", outside, 3));
   // A channel alone has steps back, no jumps.
   Tags alone = steady(100);
   alone.push_back({0, alone.back().time_ps - 5'000'000'000});
@@ -96,6 +100,8 @@ TEST_F(TimeThresholds, TwoStepsThatMakeAPeriod) {
   constexpr std::uint64_t kShorter = kMadePeriodPs / 2 - 1'000;
   EXPECT_TRUE(finds("B time_jump", capture(32, kLonger, kShorter)));
   EXPECT_FALSE(finds("B time_jump", capture(31, kLonger, kShorter)));
+  EXPECT_TRUE(finds("B time_jump", capture(40, kLonger, kShorter - kMadePeriodPs / 64)));
+  EXPECT_FALSE(finds("B time_jump", capture(40, kLonger, kShorter - kMadePeriodPs / 64 - 1'000)));
   EXPECT_TRUE(finds("B time_jump", capture(40, kLonger + kMadePeriodPs / 64, kShorter)));
   EXPECT_FALSE(finds("B time_jump", capture(40, kLonger + kMadePeriodPs / 64 + 1'000, kShorter)));
   EXPECT_TRUE(finds("B time_jump", capture(40, kMadePeriodPs - kMadePeriodPs / 4, kMadePeriodPs / 4)));
@@ -178,6 +184,13 @@ TEST_F(TimeThresholds, DeadTime) {
   EXPECT_FALSE(finds("N dead_time", capture(13'900, 1'000)));
   EXPECT_TRUE(finds("N dead_time", capture(500'000, 100)));
   EXPECT_FALSE(finds("N dead_time", capture(500'000, 99)));
+  // A channel with equal times, or with steps back, has no dead time.
+  Tags equal = capture(14'100, 1'000);
+  equal.push_back(equal.back());
+  EXPECT_FALSE(finds("N dead_time", equal));
+  Tags back = capture(14'100, 1'000);
+  back.push_back({0, back.back().time_ps - 500'000});
+  EXPECT_FALSE(finds("N dead_time", back));
 }
 
 TEST_F(TimeThresholds, FrozenTimes) {
