@@ -353,6 +353,18 @@ TEST(PayloadAccount, ALockLostInTheLastSevenBitsIsNoLoss) {
   }
 }
 
+// Before the first loss of sync an event without a time belongs to the start; after it, it is lost.
+TEST(PayloadAccount, EventsWithoutATimeAreLostOnlyAfterALossOfSync) {
+  Accounted payload(header_of(StreamFormat::delta32));
+  payload.feed(d32_base(1'000) + d32_event(0, 0) + d32_event(1, 5));
+  EXPECT_EQ(payload.account.untimed_at_start(), 4u);
+  EXPECT_EQ(payload.account.lost(), LossTally{});
+  payload.feed(Bytes(4, 0) + d32_base(2'000) + d32_event(0, 0) + d32_event(1, 5)).finish();
+  EXPECT_EQ(payload.account.untimed_at_start(), 4u);
+  EXPECT_EQ(payload.account.losses(LossReason::no_time), (LossTally{2, 8}));
+  EXPECT_EQ(payload.account.lost(), (LossTally{2, 8}));  // the word and the second event
+}
+
 TEST(PayloadAccount, TagsAreUnanchoredFromTheFirstOfSeveralLossesOfSync) {
   Accounted stream(header_of(StreamFormat::delta32));
   auto& account = stream.account;

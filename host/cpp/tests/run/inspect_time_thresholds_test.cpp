@@ -1,6 +1,7 @@
 // Rules of findings about the times of channels, each on both sides of its threshold.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "support/inspect_thresholds.hpp"
@@ -54,6 +55,17 @@ TEST_F(TimeThresholds, LostLaps) {
   };
   EXPECT_FALSE(finds("B lap_lost", across(7'157'562'998'783), 3));
   EXPECT_TRUE(finds("B lap_lost", across(7'158'562'998'784), 3));
+  // Times in pieces tell nothing of pauses: that of channel 0, a second, is not told then.
+  const auto paused = [&](std::uint64_t silence) {
+    Tags tags = across(silence);
+    const auto is_in_pause = [](const MadeTag& tag) {
+      return tag.channel == 0 && tag.time_ps > 3 * kMadeSecondPs && tag.time_ps < 4 * kMadeSecondPs;
+    };
+    tags.erase(std::remove_if(tags.begin(), tags.end(), is_in_pause), tags.end());
+    return tags;
+  };
+  EXPECT_TRUE(finds("S pause", paused(7'157'562'998'783), 3));
+  EXPECT_FALSE(finds("S pause", paused(7'158'562'998'784), 3));
   Tags late = steady(15'000);
   Tags first_heard_after_the_wrap;
   for (std::uint64_t i = 0; i < 100; ++i) {
