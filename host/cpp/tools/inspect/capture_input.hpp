@@ -20,18 +20,20 @@
 
 namespace {
 
-/// An open file descriptor, closed with its owner; that of standard input stays open.
+/// An open file descriptor, closed with its owner; that of standard input and one that was given stay open.
 class OpenFile {
  public:
   /// "-" is standard input. Throws `Error`.
   explicit OpenFile(const std::string& path) : path_(path == "-" ? "standard input" : path) {
     descriptor_ = path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor_ < 0) fail("cannot open " + path_);
+    is_own_ = path != "-";
   }
+  OpenFile(std::string name, int descriptor) : path_(std::move(name)), descriptor_(descriptor) {}
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
   ~OpenFile() {
-    if (descriptor_ != STDIN_FILENO) ::close(descriptor_);
+    if (is_own_) ::close(descriptor_);
   }
 
   /// As many bytes as are wanted, fewer only at the end. Throws `Error`.
@@ -43,8 +45,12 @@ class OpenFile {
       if (count < 0 && errno != EINTR) fail("cannot read " + path_);
       if (count > 0) done += static_cast<std::size_t>(count);
     }
+    if (copy_ >= 0) write_copy(target, done);
     return done;
   }
+
+  /// From here on everything that is read is also written to `descriptor`.
+  void copy_to(int descriptor) { copy_ = descriptor; }
 
   /// What the file system says of an ordinary file; nothing of a pipe.
   std::optional<struct stat> status() const {
@@ -59,8 +65,18 @@ class OpenFile {
     throw orvo::timing::Error(what + ": " + std::strerror(errno), orvo::timing::kFileFailure);
   }
 
+  void write_copy(const std::uint8_t* bytes, std::size_t size) const {
+    for (std::size_t done = 0; done < size;) {
+      const ssize_t count = ::write(copy_, bytes + done, size - done);
+      if (count < 0 && errno != EINTR) fail("cannot keep a copy of " + path_);
+      if (count > 0) done += static_cast<std::size_t>(count);
+    }
+  }
+
   std::string path_;
   int descriptor_ = -1;
+  bool is_own_ = false;
+  int copy_ = -1;
 };
 
 /// A capture file as far as its payload: what stands before it, and the payload read by read.
@@ -70,15 +86,18 @@ class CaptureInput {
   /// Of a longer header only so much is looked at: memory must not depend on what a file says.
   static constexpr std::size_t kMostHeaderBytes = std::size_t{1} << 20;
 
-  /// Throws `Error` when the file cannot be read or is no capture.
-  explicit CaptureInput(const std::string& path) : file_(path) {
-    if (const auto status = file_.status()) {
-      file_bytes_ = static_cast<std::uint64_t>(std::max<off_t>(status->st_size, 0));
-      modified_s_ = status->st_mtim.tv_sec;
-    }
-    read_magic();
-    read_header();
+  /// Throws `Error` when the file cannot be read or is no capture. All that is read is written to the descriptor
+  /// `copy`, too, if there is one.
+  explicit CaptureInput(const std::string& path, int copy = -1) : file_(path) {
+    file_.copy_to(copy);
+    begin();
   }
+  /// What is left of an open file. Throws like the other.
+  struct Open {
+    std::string name;
+    int descriptor;
+  };
+  explicit CaptureInput(const Open& file) : file_(file.name, file.descriptor) { begin(); }
 
   const std::string& magic() const { return magic_; }
   std::uint64_t header_bytes() const { return header_bytes_; }
@@ -92,15 +111,26 @@ class CaptureInput {
   /// Length of an ordinary file when it was opened, or of what was read, whichever is more.
   std::uint64_t file_bytes() const { return std::max(file_bytes_, bytes_read()); }
 
-  /// One read of the payload, appended. 0 at its end. Throws `Error`.
-  std::size_t read(orvo::timing::ByteQueue& bytes) {
-    const std::size_t count = file_.read(bytes.prepare(kReadBytes), kReadBytes);
+  /// One read of the payload, appended, of `most` bytes if that is less than a whole one. 0 at its end. Throws
+  /// `Error`.
+  std::size_t read(orvo::timing::ByteQueue& bytes, std::uint64_t most = kReadBytes) {
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(most, kReadBytes));
+    const std::size_t count = file_.read(bytes.prepare(wanted), wanted);
     bytes.commit(count);
     payload_bytes_ += count;
     return count;
   }
 
  private:
+  void begin() {
+    if (const auto status = file_.status()) {
+      file_bytes_ = static_cast<std::uint64_t>(std::max<off_t>(status->st_size, 0));
+      modified_s_ = status->st_mtim.tv_sec;
+    }
+    read_magic();
+    read_header();
+  }
+
   [[noreturn]] void refuse(const char* why, std::int32_t code) const {
     throw orvo::timing::Error(file_.name() + why, code);
   }

@@ -1,43 +1,56 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 #include <cstdint>
-#include <limits>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "common/units.hpp"
+#include "inspect/capture_passes.hpp"
+#include "inspect/inspection.hpp"
 #include "inspect/options.hpp"
 #include "inspect/pair_report.hpp"
 #include "inspect/pair_search.hpp"
+#include "inspect/pass_source.hpp"
 #include "inspect/report_text.hpp"
 #include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/sorted_times.hpp"
-#include "orvo/timing/stream_file_reader.hpp"
 
 namespace {
 
-/// What the options ask for of the pairs of a capture's channels. Reads the capture. Throws `Error`.
-inline std::vector<PairFinding> pairs_of(const std::string& path, const Options& options) {
-  constexpr std::uint64_t kReadBytes = 1 << 20;  // where reads end is part of a decoding's result
+inline std::vector<ChannelPair> wanted_pairs(const Options& options) {
+  if (!options.pair.empty()) return {wanted_pair(options)};
+  std::vector<ChannelPair> pairs;
+  for (unsigned a = 0; a < orvo::timing::kChannels; ++a) {
+    for (unsigned b = a + 1; b < orvo::timing::kChannels; ++b) pairs.emplace_back(a, b);
+  }
+  return pairs;
+}
+
+/// What the options ask for of the pairs of channels of a capture that was inspected. It is read as often as the
+/// search takes; if its tags are too far out of order for that, they are all kept. Throws `Error`.
+inline std::vector<PairFinding> pairs_of(const Inspection& of, const RepeatableInput& input, const Options& options) {
   // A reach that was asked for is worth the time of more bins: half the share is found.
   constexpr std::size_t kThoroughBins = std::size_t{1} << 22;
-  orvo::timing::StreamFileReader reader;
-  reader.open(path);
-  orvo::timing::ChannelTimes times;
-  const std::uint64_t most = options.max_tags == 0 ? std::numeric_limits<std::uint64_t>::max() : options.max_tags;
-  while (times.total() < most && reader.decode_next_chunk(kReadBytes, times)) {
+  PairSearchSettings settings;
+  if (options.reach_ps >= 0) settings = {options.reach_ps, kThoroughBins};
+  const std::vector<ChannelPair> pairs = wanted_pairs(options);
+  CapturePasses passes(of, input, options.max_tags);
+  try {
+    return find_in_passes(passes, pairs, settings);
+  } catch (const TooDisordered&) {
   }
+  orvo::timing::ChannelTimes times;
+  passes.run(times);
   ChannelLists lists;
   for (std::size_t c = 0; c < lists.size(); ++c) {
     orvo::timing::sort_times(times[c]);
     lists[c] = times[c];
   }
-  PairSearchSettings settings;
-  if (options.reach_ps >= 0) settings = {options.reach_ps, kThoroughBins};
-  if (options.pair.empty()) return find_all_pairs(lists, settings);
-  const auto [a, b] = wanted_pair(options);
-  return {PairSearch(lists, settings).find(a, b)};
+  PairSearch search(lists, settings);
+  std::vector<PairFinding> findings;
+  for (const auto& [a, b] : pairs) findings.push_back(search.find(a, b));
+  return findings;
 }
 
 inline std::string text_of(const std::optional<orvo::timing::Estimate>& time_ps) {

@@ -133,20 +133,19 @@ inline void take_if_better(BestDelay& best, const DelayCandidate& candidate, con
   if (ln_wide < best.ln_p) best = {ln_wide, &candidate, {}};
 }
 
-/// The delay of two channels within reach. Bins of the folded correlation propose places; the best 16 of them are
-/// looked at closely, and one counts if by chance not one capture in ten thousand had any as clear.
-inline FarDelay find_far_delay(const FoldedCorrelation& correlation, const CountWindows& count,
+/// The delay of two channels within reach. Bins of the folded correlation have proposed places; the best 16 of them
+/// are looked at closely, and one counts if by chance not one capture in ten thousand had any as clear.
+inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGrid& grid, const CountWindows& count,
                                const orvo::timing::DifferenceGrid& differences = {}) {
   FarDelay result;
-  const DelayCandidates candidates = delay_candidates(correlation);
   result.period_ps = candidates.period_ps;
   result.overview = candidates.overview;
   const std::vector<orvo::timing::XcorrWindow> views =
-      candidate_views(candidates, correlation.grid, differences.narrowest_bin_ps());
+      candidate_views(candidates, grid, differences.narrowest_bin_ps());
   if (views.empty()) return result;
   const std::vector<orvo::timing::XcorrHistogram> histograms = count(views);
-  const auto bins = static_cast<double>(correlation.grid.bins);
-  const double reach_ps = bins * static_cast<double>(correlation.grid.bin_ps);
+  const auto bins = static_cast<double>(grid.bins);
+  const double reach_ps = bins * static_cast<double>(grid.bin_ps);
   BestDelay best;
   for (std::size_t i = 0; i < views.size(); ++i) {
     const DelayCandidate& candidate = candidates.best[i];
@@ -162,6 +161,11 @@ inline FarDelay find_far_delay(const FoldedCorrelation& correlation, const Count
     result.view = view_of(best.candidate->delay_ps, 5 * best.candidate->width_ps, 400);
   }
   return result;
+}
+
+inline FarDelay find_far_delay(const FoldedCorrelation& correlation, const CountWindows& count,
+                               const orvo::timing::DifferenceGrid& differences = {}) {
+  return find_far_delay(delay_candidates(correlation), correlation.grid, count, differences);
 }
 
 }  // namespace

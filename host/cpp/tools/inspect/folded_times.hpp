@@ -67,6 +67,8 @@ class FoldedTimes {
     for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(counts_[i] - mean);
     return transform.forward(values);
   }
+  /// Gives the memory of the bins back: what is left is the extent.
+  void forget_bins() { counts_ = {}; }
 
  private:
   FoldedGrid grid_;

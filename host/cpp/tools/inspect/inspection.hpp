@@ -24,10 +24,11 @@ class Inspection {
   /// Bytes of the payload that are kept, to see whether they are of another encoding.
   static constexpr std::size_t kHeadBytes = 65'536;
 
-  /// Reads the capture to its end, or until it gave `max_tags` tags when that is not 0. Throws `Error`.
-  Inspection(std::string path, std::uint64_t max_tags, Progress& progress)
+  /// Reads the capture to its end, or until it gave `max_tags` tags when that is not 0. What is read is written to
+  /// the descriptor `copy`, too, if there is one. Throws `Error`.
+  Inspection(std::string path, std::uint64_t max_tags, Progress& progress, int copy = -1)
       : path_(std::move(path)),
-        input_(path_),
+        input_(path_, copy),
         header_(orvo::timing::stream_header_from_json(input_.header_text())),
         decoder_(header_),
         collector_(std::make_unique<FactCollector>(decoder_.header, max_tags)),

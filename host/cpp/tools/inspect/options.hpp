@@ -43,7 +43,7 @@ inline std::unique_ptr<CLI::App> make_options(Options& options) {
   app->option_defaults()->group("Pairs of channels");
   app->add_flag("--pairs", options.pairs,
                 "say which channels are correlated, at which delay and how surely; reads the\n"
-                "capture twice and keeps 8 bytes a tag");
+                "capture several times, standard input from a copy in TMPDIR");
   app->add_option("--pair", options.pair, "look at these two channels only")->type_name("A,B");
   app->add_option("--reach", options.reach_ps, "how far delays are looked for")
       ->transform(time_ps({0, 1'000'000'000'000'000}))
@@ -75,10 +75,8 @@ inline void check_options(const Options& options) {
   if (!options.html.empty() && options.captures.size() != 1) throw UsageError("--html: a page is of one capture");
   if (options.json == "-" && options.html == "-") throw UsageError("--json, --html: only one can be standard output");
   if (!options.pair.empty()) wanted_pair(options);
-  if (!looks_at_pairs(options)) {
-    if (options.reach_ps >= 0) throw UsageError("--reach: only with --pairs or --pair");
-  } else if (inputs != 0) {
-    throw UsageError("--pairs: a capture is read twice, and standard input (-) can be read once");
+  if (options.reach_ps >= 0 && !looks_at_pairs(options)) {
+    throw UsageError("--reach: only with --pairs or --pair");
   }
 }
 

@@ -72,9 +72,10 @@ inline std::string shell_word(const std::string& text) {
   return word + '\'';
 }
 
-/// Shows the peak in the middle, or the comb or dip with its surroundings; none without a correlation.
+/// Shows the peak in the middle, or the comb or dip with its surroundings; none without a correlation, or of standard
+/// input, which that program does not read.
 inline std::optional<std::string> verify_command(const PairFinding& finding, const std::string& capture) {
-  if (!finding.statistics.judgement.significant) return std::nullopt;
+  if (!finding.statistics.judgement.significant || capture == "-") return std::nullopt;
   const auto delay = finding.delay_ps();
   std::int64_t range_ps = finding.view.range_ps;
   std::int64_t bin_ps = finding.view.bin_ps;

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <utility>
@@ -15,16 +17,15 @@
 #include "inspect/delay_candidates.hpp"
 #include "inspect/far_delay.hpp"
 #include "inspect/folded_times.hpp"
+#include "inspect/pair_source.hpp"
 #include "inspect/real_transform.hpp"
+#include "orvo/timing/chance_pairs.hpp"
 #include "orvo/timing/difference_grid.hpp"
 #include "orvo/timing/pair_statistics.hpp"
 #include "orvo/timing/time_tag.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
 
 namespace {
-
-/// Sorted times of each channel.
-using ChannelLists = std::array<std::span<const std::int64_t>, orvo::timing::kChannels>;
 
 struct PairSearchSettings {
   std::optional<std::int64_t> reach_ps;  ///< none: as far as it takes about a second
@@ -49,38 +50,79 @@ struct PairFinding {
   }
 };
 
-/// The search in the lists of one capture.
+/// About no delay, or a far one: for dips, and for pulses 400 ps to 250 ns apart.
+inline constexpr std::array<orvo::timing::XcorrWindow, 2> kNearViews{{{62'500, 125, 0}, {500'000, 999, 0}}};
+
+/// The same about an offset; with wider bins, of which each can have pairs, where the instrument's grid is coarse.
+inline std::array<orvo::timing::XcorrWindow, 2> near_views_about(std::int64_t offset_ps,
+                                                                 const orvo::timing::DifferenceGrid& differences) {
+  constexpr std::int64_t kFewestBins = 64;  // on either side
+  std::array<orvo::timing::XcorrWindow, 2> views = kNearViews;
+  for (orvo::timing::XcorrWindow& view : views) {
+    view.offset_ps = offset_ps;
+    view.bin_ps = std::max(view.bin_ps, differences.narrowest_bin_ps());
+    view.range_ps = std::max(view.range_ps, kFewestBins * view.bin_ps);
+  }
+  return views;
+}
+
+/// The search among the pairs of one capture. A search that a source interrupts may be started again: what takes long
+/// is kept.
 class PairSearch {
  public:
-  PairSearch(const ChannelLists& times_ps, const PairSearchSettings& settings)
-      : times_ps_(times_ps), settings_(settings) {
+  PairSearch(PairSource& source, const PairSearchSettings& settings) : source_(source), settings_(settings) {
     std::int64_t last_ps = std::numeric_limits<std::int64_t>::min();
-    for (const auto times : times_ps_) {
-      if (times.empty()) continue;
-      first_ps_ = std::min(first_ps_, times.front());
-      last_ps = std::max(last_ps, times.back());
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+      const orvo::timing::ChannelExtent extent = source_.extent(c);
+      if (extent.tags == 0) continue;
+      first_ps_ = std::min(first_ps_, extent.first_ps);
+      last_ps = std::max(last_ps, extent.last_ps);
     }
-    if (first_ps_ > last_ps) return;
+    if (first_ps_ > last_ps) {
+      first_ps_ = 0;
+      return;
+    }
     span_ps_ = static_cast<double>(last_ps) - static_cast<double>(first_ps_);
     reach_ps_ = std::max(settings_.reach_ps ? static_cast<double>(*settings_.reach_ps) : quick_reach_ps(), 1.0);
     reach_ps_ = std::min(reach_ps_, std::max(span_ps_ / 2, 1.0));
   }
+  /// In lists, which must outlive the search.
+  PairSearch(const ChannelLists& times_ps, const PairSearchSettings& settings)
+      : PairSearch(std::make_unique<ListSource>(times_ps), settings) {}
 
   /// How far delays are looked for: never beyond half of the recording.
   double reach_ps() const { return reach_ps_; }
+  /// What times are folded into: bins each of which holds as many points of the instrument's grid, and none much
+  /// narrower than a peak: what stands out of many bins stands out less. Both may reach farther than asked for.
+  FoldedGrid grid() const {
+    constexpr std::int64_t kNarrowestPs = 500;
+    FoldedGrid grid = grid_as_asked();
+    std::int64_t period_ps = 1;
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) period_ps = std::max(period_ps, source_.grid_period_ps(c));
+    if (static_cast<double>(kNarrowestPs) * static_cast<double>(grid.bins) < span_ps_)
+      grid.bin_ps = std::max(grid.bin_ps, kNarrowestPs);
+    if (grid.bin_ps % period_ps != 0 && grid.bin_ps < std::numeric_limits<std::int64_t>::max() - period_ps)
+      grid.bin_ps += period_ps - grid.bin_ps % period_ps;
+    return grid;
+  }
 
   PairFinding find(unsigned a, unsigned b) {
     PairFinding nothing{a, b, kNearViews[0], {}, false, {}, {}};
-    if (times_ps_[a].empty() || times_ps_[b].empty()) {
+    if (is_empty(a) || is_empty(b)) {
       nothing.statistics = statistics_in(a, b, nothing.view);
       return nothing;
     }
-    differences_ = orvo::timing::difference_grid(times_ps_[a], times_ps_[b]);
-    FarDelay far = far_delay(a, b);
+    differences_ = source_.differences(a, b);
+    const auto count = [&](std::span<const XcorrWindow> windows) { return source_.count(a, b, windows); };
+    FarDelay far = find_far_delay(candidates(a, b), grid(), count, differences_);
     if (far.view && is_beyond_reach(*far.view)) far.view.reset();
     nothing.overview = far.overview;
     PairFinding finding = nothing;
-    if (far.view) take(finding, *far.view);
+    if (far.view) {
+      for (const std::int64_t offset_ps : {std::int64_t{0}, far.view->offset_ps})
+        source_.expect(a, b, near_views(offset_ps));
+      take(finding, *far.view);
+    }
     if (auto comb = comb_beside(finding)) return *comb;
     if (!far.view || !finding.statistics.judgement.significant) return best_near(nothing);
     finding.ambiguous = far.period_ps.has_value();
@@ -89,20 +131,29 @@ class PairSearch {
   }
 
  private:
-  /// About no delay, or a far one: for dips, and for pulses 400 ps to 250 ns apart.
-  static constexpr std::array<orvo::timing::XcorrWindow, 2> kNearViews{{{62'500, 125, 0}, {500'000, 999, 0}}};
+  using XcorrWindow = orvo::timing::XcorrWindow;
 
-  /// About an offset; with wider bins, of which each can have pairs, where the instrument's grid is coarse.
-  orvo::timing::XcorrWindow near_view(orvo::timing::XcorrWindow view, std::int64_t offset_ps) const {
-    constexpr std::int64_t kFewestBins = 64;  // on either side
-    view.offset_ps = offset_ps;
-    view.bin_ps = std::max(view.bin_ps, differences_.narrowest_bin_ps());
-    view.range_ps = std::max(view.range_ps, kFewestBins * view.bin_ps);
-    return view;
+  PairSearch(std::unique_ptr<PairSource> source, const PairSearchSettings& settings) : PairSearch(*source, settings) {
+    own_source_ = std::move(source);
   }
 
-  orvo::timing::PairStatistics statistics_in(unsigned a, unsigned b, const orvo::timing::XcorrWindow& view) const {
-    return orvo::timing::pair_statistics(times_ps_[a], times_ps_[b], view);
+  bool is_empty(unsigned channel) const { return source_.extent(channel).tags == 0; }
+
+  std::array<XcorrWindow, 2> near_views(std::int64_t offset_ps) const {
+    return near_views_about(offset_ps, differences_);
+  }
+
+  FoldedGrid grid_as_asked() const { return folded_grid(first_ps_, whole_ps(reach_ps_), settings_.bins); }
+
+  bool is_beyond_reach(const XcorrWindow& view) const {
+    const auto bin_ps = static_cast<double>(grid_as_asked().bin_ps);
+    return std::abs(static_cast<double>(view.offset_ps)) > bin_ps * (static_cast<double>(settings_.bins) / 2 + 2);
+  }
+
+  orvo::timing::PairStatistics statistics_in(unsigned a, unsigned b, const XcorrWindow& view) const {
+    const orvo::timing::PairContext context{orvo::timing::recording_of(source_.extent(a), source_.extent(b)),
+                                            source_.segments(a, b), source_.differences(a, b)};
+    return orvo::timing::pair_statistics(source_.count(a, b, {&view, 1}).front(), context, view);
   }
 
   void take(PairFinding& finding, const orvo::timing::XcorrWindow& view) const {
@@ -118,8 +169,7 @@ class PairSearch {
   std::optional<PairFinding> comb_beside(const PairFinding& finding) const {
     std::optional<PairFinding> ambiguous;
     for (const std::int64_t offset_ps : {std::int64_t{0}, finding.view.offset_ps}) {
-      for (const orvo::timing::XcorrWindow& near : kNearViews) {
-        const orvo::timing::XcorrWindow view = near_view(near, offset_ps);
+      for (const XcorrWindow& view : near_views(offset_ps)) {
         PairFinding comb = finding;
         take(comb, view);
         if (!comb.statistics.judgement.comb) continue;
@@ -147,10 +197,11 @@ class PairSearch {
   /// The least probable of what the near views show; if none is significant, the widest of them.
   PairFinding best_near(const PairFinding& nothing) const {
     PairFinding best = nothing;
-    take(best, near_view(kNearViews.back(), 0));
-    for (const orvo::timing::XcorrWindow& view : kNearViews) {
+    const std::array<XcorrWindow, 2> views = near_views(0);
+    take(best, views.back());
+    for (const XcorrWindow& view : views) {
       PairFinding near = nothing;
-      take(near, near_view(view, 0));
+      take(near, view);
       const auto& judgement = near.statistics.judgement;
       if (judgement.significant && judgement.probability.ln < best.statistics.judgement.probability.ln)
         best = std::move(near);
@@ -166,70 +217,49 @@ class PairSearch {
     double products = 0;
     for (unsigned a = 0; a < orvo::timing::kChannels; ++a) {
       for (unsigned b = a + 1; b < orvo::timing::kChannels; ++b)
-        products += static_cast<double>(times_ps_[a].size()) * static_cast<double>(times_ps_[b].size());
+        products += static_cast<double>(source_.extent(a).tags) * static_cast<double>(source_.extent(b).tags);
     }
     if (!(products > 0)) return kFarthestPs;
     const double bin_ps = kQuickPairs * span_ps_ / (kViews * products);
     return std::min(bin_ps * static_cast<double>(settings_.bins) / 2, kFarthestPs);
   }
 
-  FarDelay far_delay(unsigned a, unsigned b) {
-    if (!transform_) transform_.emplace(settings_.bins);
-    const FoldedTimes& folded_a = folded(a);
-    const FoldedTimes& folded_b = folded(b);
-    const FoldedCorrelation correlation =
-        folded_correlation(folded_a, spectra_[a], folded_b, spectra_[b], *transform_);
-    const auto count = [&](std::span<const orvo::timing::XcorrWindow> windows) {
-      std::vector<orvo::timing::XcorrHistogram> histograms;
-      for (const orvo::timing::XcorrWindow& window : windows)
-        histograms.push_back(orvo::timing::xcorr_histogram_sorted(times_ps_[a], times_ps_[b], window));
-      return histograms;
-    };
-    return find_far_delay(correlation, count, differences_);
+  const DelayCandidates& candidates(unsigned a, unsigned b) {
+    const auto known = candidates_.find({a, b});
+    if (known != candidates_.end()) return known->second;
+    take_spectrum(a);
+    take_spectrum(b);
+    if (!inverse_) inverse_.emplace(settings_.bins, TransformDirection::inverse);
+    return candidates_[{a, b}] =
+               delay_candidates(folded_correlation(*folded_[a], spectra_[a], *folded_[b], spectra_[b], *inverse_));
   }
 
-  FoldedGrid grid_as_asked() const { return folded_grid(first_ps_, whole_ps(reach_ps_), settings_.bins); }
-
-  bool is_beyond_reach(const orvo::timing::XcorrWindow& view) const {
-    const auto bin_ps = static_cast<double>(grid_as_asked().bin_ps);
-    return std::abs(static_cast<double>(view.offset_ps)) > bin_ps * (static_cast<double>(settings_.bins) / 2 + 2);
-  }
-
-  /// Bins each of which holds as many points of the instrument's grid, and none much narrower than a peak: what
-  /// stands out of many bins stands out less. Both may reach farther than asked for.
-  FoldedGrid grid() const {
-    constexpr std::int64_t kNarrowestPs = 500;
-    FoldedGrid grid = grid_as_asked();
-    std::int64_t period_ps = 1;
-    for (const auto times : times_ps_) period_ps = std::max(period_ps, orvo::timing::grid_period_ps(times));
-    if (static_cast<double>(kNarrowestPs) * static_cast<double>(grid.bins) < span_ps_)
-      grid.bin_ps = std::max(grid.bin_ps, kNarrowestPs);
-    if (grid.bin_ps % period_ps != 0 && grid.bin_ps < std::numeric_limits<std::int64_t>::max() - period_ps)
-      grid.bin_ps += period_ps - grid.bin_ps % period_ps;
-    return grid;
-  }
-
-  /// The channel's folded times; its spectrum is there, too, after that.
-  const FoldedTimes& folded(unsigned channel) {
-    if (!grid_) grid_ = grid();
-    if (!folded_[channel]) {
-      folded_[channel].emplace(*grid_);
-      folded_[channel]->add(times_ps_[channel]);
-      spectra_[channel] = folded_[channel]->spectrum(*transform_);
+  /// A channel's bins are given up for their spectrum, and what transforms them with the last of them: there are
+  /// four million bins.
+  void take_spectrum(unsigned channel) {
+    if (folded_[channel]) return;
+    if (!forward_) forward_.emplace(settings_.bins, TransformDirection::forward);
+    folded_[channel].emplace(source_.folded(channel, grid()));
+    spectra_[channel] = folded_[channel]->spectrum(*forward_);
+    folded_[channel]->forget_bins();
+    for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
+      if (!folded_[c] && !is_empty(c)) return;
     }
-    return *folded_[channel];
+    forward_.reset();
   }
 
-  ChannelLists times_ps_;
+  PairSource& source_;
+  std::unique_ptr<PairSource> own_source_;
   PairSearchSettings settings_;
   std::int64_t first_ps_ = std::numeric_limits<std::int64_t>::max();
   double span_ps_ = 0;
   double reach_ps_ = 1;
   orvo::timing::DifferenceGrid differences_;  // of the channels that are looked at
-  std::optional<RealTransform> transform_;
-  std::optional<FoldedGrid> grid_;
+  std::optional<RealTransform> forward_;
+  std::optional<RealTransform> inverse_;
   std::array<std::optional<FoldedTimes>, orvo::timing::kChannels> folded_;
   std::array<Spectrum, orvo::timing::kChannels> spectra_;
+  std::map<std::pair<unsigned, unsigned>, DelayCandidates> candidates_;
 };
 
 /// All six pairs, those with an empty channel included.

@@ -13,11 +13,17 @@ namespace {
 
 using Spectrum = std::vector<std::complex<float>>;
 
+enum class TransformDirection { forward, inverse, both };
+
 /// Fourier transforms of real values of one even length.
 class RealTransform {
  public:
-  /// Throws std::bad_alloc.
-  explicit RealTransform(std::size_t length) : length_(length), forward_(plan(0)), inverse_(plan(1)) {}
+  /// Either direction takes 10 bytes a value. Throws std::bad_alloc.
+  explicit RealTransform(std::size_t length, TransformDirection direction = TransformDirection::both)
+      : length_(length) {
+    if (direction != TransformDirection::inverse) forward_ = plan(0);
+    if (direction != TransformDirection::forward) inverse_ = plan(1);
+  }
 
   /// Frequencies 0 to the highest, length / 2 + 1 of them.
   Spectrum forward(const std::vector<float>& values) const {

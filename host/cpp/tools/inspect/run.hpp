@@ -55,9 +55,11 @@ class InspectionRun {
     std::unique_ptr<Inspection> inspection;
     try {
       Progress progress(console_.err, console_.err_is_terminal && !options_.no_progress, "inspecting");
-      inspection = std::make_unique<Inspection>(path, options_.max_tags, progress);
+      std::optional<RepeatableInput> again;
+      if (looks_at_pairs(options_)) again.emplace(path);
+      inspection = std::make_unique<Inspection>(path, options_.max_tags, progress, again ? again->copy() : -1);
       pairs_.clear();
-      if (looks_at_pairs(options_)) pairs_ = pairs_of(path, options_);
+      if (again) pairs_ = pairs_of(*inspection, *again, options_);
     } catch (const std::exception& error) {
       console_.err << error.what() << '\n';
       failed_ = true;

@@ -168,12 +168,14 @@ inline PairRecording recording_of(const ChannelExtent& a, const ChannelExtent& b
   return recording;
 }
 
-/// The same of two lists in ascending order.
+/// Of a list in ascending order.
+inline ChannelExtent extent_of(std::span<const std::int64_t> times_ps) {
+  return times_ps.empty() ? ChannelExtent{} : ChannelExtent{times_ps.front(), times_ps.back(), times_ps.size()};
+}
+
+/// The recording times of two lists in ascending order.
 inline PairRecording recording_of(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
-  const auto extent = [](std::span<const std::int64_t> times_ps) {
-    return times_ps.empty() ? ChannelExtent{} : ChannelExtent{times_ps.front(), times_ps.back(), times_ps.size()};
-  };
-  return recording_of(extent(a_ps), extent(b_ps));
+  return recording_of(extent_of(a_ps), extent_of(b_ps));
 }
 
 }  // namespace orvo::timing

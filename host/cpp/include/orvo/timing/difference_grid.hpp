@@ -82,6 +82,8 @@ namespace detail {
 
 /// At most so many tags tell a grid: evenly spread over the recording.
 inline constexpr std::size_t kTagsForGrid = std::size_t{1} << 21;
+inline constexpr std::size_t kFewestForGrid = 2000;
+inline constexpr std::uint64_t kCoarsestGridPs = std::uint64_t{1} << 15;
 
 template <class Take>
 void for_some_tags(std::span<const std::int64_t> times_ps, Take take) {
@@ -91,8 +93,7 @@ void for_some_tags(std::span<const std::int64_t> times_ps, Take take) {
 
 /// The largest power of two, up to 2^15, that divides all distances of the tags: 1 without a grid.
 inline std::uint64_t binary_step_ps(std::span<const std::int64_t> times_ps) {
-  constexpr std::uint64_t kCoarsest = std::uint64_t{1} << 15;
-  std::uint64_t bits = kCoarsest;
+  std::uint64_t bits = kCoarsestGridPs;
   const auto first = static_cast<std::uint64_t>(times_ps.front());
   for_some_tags(times_ps, [&](std::int64_t time_ps) { bits |= static_cast<std::uint64_t>(time_ps) - first; });
   return bits & (~bits + 1);
@@ -121,35 +122,98 @@ inline bool are_steps(const std::vector<double>& phases) {
 /// up to 32,768 ps, or 3333 ps, the period of the converter's clock, for the steps of an interpolator. 1 without a
 /// grid, and for fewer than 2000 tags.
 inline std::int64_t grid_period_ps(std::span<const std::int64_t> times_ps) {
-  constexpr std::size_t kFewest = 2000;
-  if (times_ps.size() < kFewest) return 1;
+  if (times_ps.size() < detail::kFewestForGrid) return 1;
   const std::uint64_t step_ps = detail::binary_step_ps(times_ps);
   if (step_ps > 1) return static_cast<std::int64_t>(step_ps);
   // Most have no steps, which a few tags tell.
-  const bool has_steps = detail::are_steps(detail::clock_phases(times_ps.first(kFewest))) &&
+  const bool has_steps = detail::are_steps(detail::clock_phases(times_ps.first(detail::kFewestForGrid))) &&
                          detail::are_steps(detail::clock_phases(times_ps));
   return has_steps ? static_cast<std::int64_t>(detail::kCoarsePeriodPs) : 1;
 }
 
-/// The grid of the differences b - a of two lists of times; none unless both channels have one.
-inline DifferenceGrid difference_grid(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
-  constexpr auto kClockPs = static_cast<std::int64_t>(detail::kCoarsePeriodPs);
+/// What tells the grid of a channel, from tags that go by; their extent is known already.
+class TimeGrid {
+ public:
+  explicit TimeGrid(const ChannelExtent& extent)
+      : extent_(extent), every_(extent.tags / detail::kTagsForGrid + 1), phases_(detail::kCoarsePeriodPs) {}
+
+  void add(std::int64_t time_ps) {
+    if (--until_next_ != 0) return;
+    until_next_ = every_;
+    bits_ |= static_cast<std::uint64_t>(time_ps) - static_cast<std::uint64_t>(extent_.first_ps);
+    constexpr auto kPeriod = static_cast<std::int64_t>(detail::kCoarsePeriodPs);
+    const std::int64_t phase = time_ps % kPeriod;
+    phases_[static_cast<std::size_t>(phase < 0 ? phase + kPeriod : phase)] += 1;
+  }
+
+  const ChannelExtent& extent() const { return extent_; }
+  /// As `grid_period_ps` tells it of a list.
+  std::int64_t period_ps() const {
+    if (extent_.tags < detail::kFewestForGrid) return 1;
+    const std::uint64_t step_ps = bits_ & (~bits_ + 1);
+    if (step_ps > 1) return static_cast<std::int64_t>(step_ps);
+    return detail::are_steps(phases_) ? static_cast<std::int64_t>(detail::kCoarsePeriodPs) : 1;
+  }
+  const std::vector<double>& clock_phases() const { return phases_; }
+
+ private:
+  ChannelExtent extent_;
+  std::uint64_t every_;
+  std::uint64_t until_next_ = 1;
+  std::uint64_t bits_ = detail::kCoarsestGridPs;
+  std::vector<double> phases_;  // tags at each phase of the converter's clock
+};
+
+namespace detail {
+
+/// Tags at the phases of the converter's clock where that is the grid of both channels.
+struct BothPhases {
+  std::vector<double> a;
+  std::vector<double> b;
+};
+
+/// `phases` gives them; it is asked only where they are needed.
+template <class Phases>
+DifferenceGrid difference_grid(std::int64_t period_a, std::int64_t period_b, std::uint64_t difference_ps,
+                               Phases phases) {
+  constexpr auto kClockPs = static_cast<std::int64_t>(kCoarsePeriodPs);
   constexpr std::int64_t kTwoStepsPs = 37;  // of the interpolator: as many points in nearly all bins
-  const std::int64_t period_a = grid_period_ps(a_ps);
-  const std::int64_t period_b = grid_period_ps(b_ps);
   if (period_a == 1 || period_b == 1 || (period_a == kClockPs) != (period_b == kClockPs)) return {};
   std::vector<double> pairs(static_cast<std::size_t>(std::min(period_a, period_b)));
   if (period_a != kClockPs) {
-    pairs[(static_cast<std::uint64_t>(b_ps.front()) - static_cast<std::uint64_t>(a_ps.front())) % pairs.size()] = 1;
+    pairs[difference_ps % pairs.size()] = 1;
     return {pairs, static_cast<std::int64_t>(pairs.size()) + 1};
   }
-  const std::vector<double> a = detail::clock_phases(a_ps);
-  const std::vector<double> b = detail::clock_phases(b_ps);
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (a[i] == 0) continue;
-    for (std::size_t j = 0; j < b.size(); ++j) pairs[j >= i ? j - i : j + b.size() - i] += a[i] * b[j];
+  const BothPhases both = phases();
+  for (std::size_t i = 0; i < both.a.size(); ++i) {
+    if (both.a[i] == 0) continue;
+    for (std::size_t j = 0; j < both.b.size(); ++j)
+      pairs[j >= i ? j - i : j + both.b.size() - i] += both.a[i] * both.b[j];
   }
   return {pairs, kTwoStepsPs};
+}
+
+}  // namespace detail
+
+/// The grid of the differences b - a of two channels; none unless both have one.
+inline DifferenceGrid difference_grid(const TimeGrid& a, const TimeGrid& b) {
+  const std::uint64_t difference_ps =
+      static_cast<std::uint64_t>(b.extent().first_ps) - static_cast<std::uint64_t>(a.extent().first_ps);
+  return detail::difference_grid(a.period_ps(), b.period_ps(), difference_ps, [&] {
+    return detail::BothPhases{a.clock_phases(), b.clock_phases()};
+  });
+}
+
+/// The grid of the differences b - a of two lists of times; none unless both channels have one.
+inline DifferenceGrid difference_grid(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+  const std::int64_t period_a = grid_period_ps(a_ps);
+  const std::int64_t period_b = grid_period_ps(b_ps);
+  if (period_a == 1 || period_b == 1) return {};
+  const std::uint64_t difference_ps =
+      static_cast<std::uint64_t>(b_ps.front()) - static_cast<std::uint64_t>(a_ps.front());
+  return detail::difference_grid(period_a, period_b, difference_ps, [&] {
+    return detail::BothPhases{detail::clock_phases(a_ps), detail::clock_phases(b_ps)};
+  });
 }
 
 }  // namespace orvo::timing

@@ -123,25 +123,29 @@ inline void take_shares(PairStatistics& statistics) {
 
 }  // namespace detail
 
-/// The verdict on a histogram of two channels. Recording times and rates are estimated from the tags, which must be
-/// in ascending order; when the rates drift together by more than four standard deviations, from short segments of
-/// them. Times on an instrument's grid are recognised, and no pattern of theirs is taken for one of the light.
-inline PairStatistics pair_statistics(const XcorrHistogram& histogram, std::span<const std::int64_t> a_ps,
-                                      std::span<const std::int64_t> b_ps, const XcorrWindow& window) {
+/// What two channels are judged by beside a histogram of theirs.
+struct PairContext {
+  PairRecording recording;
+  RateSegments segments;
+  DifferenceGrid grid;
+};
+
+/// The verdict on a histogram of two channels. When the rates drift together by more than four standard deviations,
+/// what chance gives is taken from the segments. No pattern of an instrument's grid is taken for one of the light.
+inline PairStatistics pair_statistics(const XcorrHistogram& histogram, const PairContext& context,
+                                      const XcorrWindow& window) {
   PairStatistics statistics;
-  statistics.recording = recording_of(a_ps, b_ps);
-  const DifferenceGrid grid = difference_grid(a_ps, b_ps);
+  statistics.recording = context.recording;
   statistics.bins = correlation_bins(histogram, window, chance_pairs(statistics.recording, window));
-  grid.apply(window, statistics.bins.expected);
+  context.grid.apply(window, statistics.bins.expected);
   statistics.judgement = judge_correlation(statistics.bins);
-  const RateSegments segments = rate_segments(a_ps, b_ps);
   const double true_pairs = detail::peak_pairs(statistics.judgement);
   const auto offset_ps = static_cast<double>(window.offset_ps);
-  statistics.drifting = !segments.common_drift(true_pairs).is_steady();
+  statistics.drifting = !context.segments.common_drift(true_pairs).is_steady();
   if (statistics.drifting) {
     const TruePairs known{true_pairs, offset_ps};
-    statistics.bins.expected = chance_pairs(segments, window, known);
-    grid.apply(window, statistics.bins.expected);
+    statistics.bins.expected = chance_pairs(context.segments, window, known);
+    context.grid.apply(window, statistics.bins.expected);
     statistics.judgement = judge_correlation(statistics.bins);
   }
   const double length_ps = std::max(statistics.recording.a.end_ps, statistics.recording.b.end_ps) -
@@ -153,6 +157,13 @@ inline PairStatistics pair_statistics(const XcorrHistogram& histogram, std::span
   }
   detail::take_shares(statistics);
   return statistics;
+}
+
+/// The same of two lists in ascending order, which tell recording times, rates and grid.
+inline PairStatistics pair_statistics(const XcorrHistogram& histogram, std::span<const std::int64_t> a_ps,
+                                      std::span<const std::int64_t> b_ps, const XcorrWindow& window) {
+  const PairContext context{recording_of(a_ps, b_ps), rate_segments(a_ps, b_ps), difference_grid(a_ps, b_ps)};
+  return pair_statistics(histogram, context, window);
 }
 
 /// As above, of the pairs within a window.

@@ -63,26 +63,66 @@ struct RateSegments {
   }
 };
 
-/// Segments of the time that both channels were recorded in; both lists in ascending order. There are as many as give
-/// 1000 tags to each on the rarer channel, 1 to 1024.
-inline RateSegments rate_segments(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
-  const std::size_t segments = std::clamp<std::size_t>(std::min(a_ps.size(), b_ps.size()) / 1000, 1, 1024);
-  RateSegments rates{1, std::vector<double>(segments), std::vector<double>(segments)};
-  if (a_ps.empty() || b_ps.empty()) return rates;
-  const PairRecording recording = recording_of(a_ps, b_ps);
-  const double begin_ps = std::min(recording.a.begin_ps, recording.b.begin_ps);
-  const double end_ps = std::max(recording.a.end_ps, recording.b.end_ps);
-  rates.length_ps = (end_ps - begin_ps) / static_cast<double>(segments);
-  const std::int64_t first = std::min(a_ps.front(), b_ps.front());
-  const auto fill = [&](std::span<const std::int64_t> times_ps, std::vector<double>& tags) {
-    for (const std::int64_t time_ps : times_ps) {
-      const double segment = (detail::difference_ps(time_ps, first) - begin_ps) / rates.length_ps;
-      tags[std::min(static_cast<std::size_t>(std::max(segment, 0.0)), segments - 1)] += 1;
+/// Counts tags into segments of the time that both channels were recorded in, while they go by in any order. There
+/// are as many segments as give 1000 tags to each on the rarer channel, 1 to 1024.
+class RateSegmentCounter {
+ public:
+  /// For channels whose first and last times and numbers of tags are known already.
+  RateSegmentCounter(const ChannelExtent& a, const ChannelExtent& b)
+      : segments_{1, std::vector<double>(number(a, b)), std::vector<double>(number(a, b))} {
+    if (a.tags == 0 || b.tags == 0) return;
+    const PairRecording recording = recording_of(a, b);
+    begin_ps_ = std::min(recording.a.begin_ps, recording.b.begin_ps);
+    const double end_ps = std::max(recording.a.end_ps, recording.b.end_ps);
+    segments_.length_ps = (end_ps - begin_ps_) / static_cast<double>(segments_.a.size());
+    first_ps_ = std::min(a.first_ps, b.first_ps);
+    has_both_ = true;
+  }
+
+  void add_a(std::span<const std::int64_t> times_ps) { add(times_ps, segments_.a); }
+  void add_b(std::span<const std::int64_t> times_ps) { add(times_ps, segments_.b); }
+  /// Without a tag as long as a channel has none.
+  const RateSegments& segments() const { return segments_; }
+
+ private:
+  static std::size_t number(const ChannelExtent& a, const ChannelExtent& b) {
+    return static_cast<std::size_t>(std::clamp<std::uint64_t>(std::min(a.tags, b.tags) / 1000, 1, 1024));
+  }
+
+  std::size_t segment_of(std::int64_t time_ps) const {
+    const double segment = (detail::difference_ps(time_ps, first_ps_) - begin_ps_) / segments_.length_ps;
+    return std::min(static_cast<std::size_t>(std::max(segment, 0.0)), segments_.a.size() - 1);
+  }
+
+  /// Blocks that lie within one segment, as most do, are counted at once.
+  void add(std::span<const std::int64_t> times_ps, std::vector<double>& tags) const {
+    constexpr std::size_t kBlock = 256;
+    if (!has_both_) return;
+    while (!times_ps.empty()) {
+      const auto block = times_ps.first(std::min(kBlock, times_ps.size()));
+      times_ps = times_ps.subspan(block.size());
+      const auto [least, most] = std::minmax_element(block.begin(), block.end());
+      const std::size_t segment = segment_of(*least);
+      if (segment == segment_of(*most)) {
+        tags[segment] += static_cast<double>(block.size());
+      } else {
+        for (const std::int64_t time_ps : block) tags[segment_of(time_ps)] += 1;
+      }
     }
-  };
-  fill(a_ps, rates.a);
-  fill(b_ps, rates.b);
-  return rates;
+  }
+
+  RateSegments segments_;
+  double begin_ps_ = 0;
+  std::int64_t first_ps_ = 0;
+  bool has_both_ = false;
+};
+
+/// The segments of two lists in ascending order.
+inline RateSegments rate_segments(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
+  RateSegmentCounter counter(extent_of(a_ps), extent_of(b_ps));
+  counter.add_a(a_ps);
+  counter.add_b(b_ps);
+  return counter.segments();
 }
 
 namespace detail {
