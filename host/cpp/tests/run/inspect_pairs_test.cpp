@@ -87,7 +87,47 @@ TEST_F(InspectPairs, RefuseWhatCannotBe) {
             "--pair: '1,1' is not two different channels from 0 to 3, as in 0,1\n");
   EXPECT_EQ(failure({"c.tagcap", "--pair=1,4"}),
             "--pair: '1,4' is not two different channels from 0 to 3, as in 0,1\n");
-  EXPECT_EQ(failure({"-", "--pairs"}), "--pairs: a capture is read twice, and standard input (-) can be read once\n");
+}
+
+TEST_F(InspectPairs, OfStandardInputAreThoseOfTheFile) {
+  simulate({"--rate=20000", "--pair-rate=2000", "--delay=3us", "--duration=1s"});
+  Json expected = json_pairs({"--pair=0,1"});
+  ASSERT_EQ(expected[0]["verdict"], "peak");
+  expected[0]["verify_command"] = nullptr;  // that program reads no standard input
+  for (const std::string from : {"cat c.tagcap |", "<c.tagcap"}) {
+    const std::string line = from + " " ORVO_TEST_INSPECTOR " - --quiet --json=p.json --pair=0,1";
+    EXPECT_EQ(run({.program = "/bin/sh", .arguments = {"-c", line}}).exit_status, 0);
+    EXPECT_EQ(Json::parse(read_file(cwd() / "p.json")).at("pairs"), expected) << from;
+  }
+}
+
+TEST_F(InspectPairs, OfStandardInputNeedAPlaceForACopy) {
+  simulate({"--tags=10"});
+  const std::string line = "cat c.tagcap | TMPDIR=/nowhere " ORVO_TEST_INSPECTOR " - --pairs";
+  const ProgramResult result = run({.program = "/bin/sh", .arguments = {"-c", line}});
+  EXPECT_EQ(result.exit_status, 1);
+  EXPECT_EQ(result.err, "cannot keep a copy of standard input in /nowhere: No such file or directory\n");
+  EXPECT_EQ(
+      run({.program = "/bin/sh", .arguments = {"-c", "TMPDIR=/nowhere " ORVO_TEST_INSPECTOR " c.tagcap --pairs"}})
+          .exit_status,
+      0);
+}
+
+TEST_F(InspectPairs, OfTheFirstTagsOnly) {
+  simulate({"--rate=20000", "--pair-rate=2000", "--delay=3us", "--duration=1s"});
+  const Json few = json_pairs({"--pair=0,1", "--max-tags=5000"});
+  EXPECT_EQ(few[0]["verdict"], "peak");
+  EXPECT_NEAR(few[0]["pairs"].get<double>(), 2000.0 * 5000 / 44'000, 5 * std::sqrt(230.0));
+}
+
+TEST_F(InspectPairs, OfSeveralCapturesAreToldForEach) {
+  simulate({"--rate=20000", "--pair-rate=2000", "--duration=1s"});
+  const ProgramResult result = inspect({"c.tagcap", "c.tagcap", "--pair=0,1", "--json=r.json"});
+  EXPECT_EQ(result.exit_status, 0);
+  const Json both = Json::parse(read_file(cwd() / "r.json"));
+  ASSERT_EQ(both.size(), 2U);
+  EXPECT_EQ(both[0]["pairs"][0]["verdict"], "peak");
+  EXPECT_EQ(both[0]["pairs"], both[1]["pairs"]);
 }
 
 }  // namespace

@@ -5,7 +5,10 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -44,8 +47,42 @@ class PairCommands : public SimulatedCapture {
     return Told(read_file(cwd() / "p.summary.txt"));
   }
 
+  /// The command that the program itself tells of a capture, typed to a shell.
+  Told shown_by_shell(const std::string& capture, const std::string& pair) {
+    const ProgramResult inspected =
+        run({.program = ORVO_TEST_INSPECTOR,
+             .arguments = {capture, "--quiet", "--no-progress", "--json=i.json", "--pair=" + pair}});
+    EXPECT_EQ(inspected.exit_status, 0);
+    const auto told = nlohmann::json::parse(read_file(cwd() / "i.json"))["pairs"][0]["verify_command"];
+    if (!told.is_string()) throw std::runtime_error("no command");
+    const std::string bin = std::filesystem::path(ORVO_TEST_TOOL).parent_path().string();
+    const std::string line = "PATH=" + bin + ":$PATH; " + told.get<std::string>() + " --out-prefix=s";
+    EXPECT_EQ(run({.program = "/bin/bash", .arguments = {"-c", line}}).exit_status, 0) << line;
+    return Told(read_file(cwd() / "s.summary.txt"));
+  }
+
   std::array<std::vector<std::int64_t>, 4> times_;
 };
+
+TEST_F(PairCommands, OfAnyFileNameShowThePeak) {
+  simulate({"--rate=20000", "--pair-rate=2000", "--delay=-7us", "--jitter=60", "--duration=1s"});
+  for (const std::string name : {"two words.tagcap", "it's.tagcap", "a\"b$(x)`y`\\.tagcap", "line\nbreak\t'.tagcap",
+                                 "-dash.tagcap", "offset=3", "*?[a].tagcap", "\xC3\xA9t\xC3\xA9.tagcap"}) {
+    std::filesystem::copy_file(cwd() / "c.tagcap", cwd() / name);
+    const Told summary = shown_by_shell(name[0] == '-' ? "./" + name : name, "0,1");
+    EXPECT_NEAR(summary.decimal("coincidences"), 2000, 5 * std::sqrt(2000.0)) << name;
+    EXPECT_NEAR(summary.decimal("peak_ps"), 0, 60) << name;
+  }
+}
+
+TEST_F(PairCommands, OfWidePeaksShowThemWhole) {
+  simulate({"--rate=20000", "--pair-rate=2000", "--delay=50ms", "--jitter=20ns", "--duration=2s"});
+  const Told summary = shown_by_shell("c.tagcap", "1,0");
+  // Five widths of 47.1 ns to either side, in which there are 445 pairs by chance: 22 kHz * 22 kHz * 1.95 s * 471 ns.
+  const double pairs = 2000 * 1.95 + 445;
+  EXPECT_NEAR(summary.decimal("coincidences"), pairs, 5 * std::sqrt(pairs));
+  EXPECT_NEAR(summary.decimal("peak_ps"), 0, 25'000);
+}
 
 TEST_F(PairCommands, OfFarPairsShowThem) {
   simulate({"--rate=20000", "--pair-rate=2000", "--delay=-345678901234", "--jitter=80", "--duration=5s"});

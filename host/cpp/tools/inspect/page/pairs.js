@@ -86,7 +86,7 @@
            series: {
              'background': {strokePattern: [8, 4], strokeWidth: 2}, 'by chance': {strokePattern: [2, 3], strokeWidth: 2}
            },
-           axes: {x: {axisLabelFormatter: axisDelay, pixelsPerLabel: 40}, y: {axisLabelFormatter: countText}}
+           axes: {x: {axisLabelFormatter: axisDelay, pixelsPerLabel: 60}, y: {axisLabelFormatter: countText}}
          });
   }
 
@@ -96,8 +96,9 @@
     const group = ps => timeText(ps - all.group_ps / 2) + ' to ' + timeText(ps + all.group_ps / 2);
     const sigmaText = n => n.toPrecision(3) + ' sigmas';
     draw(pair.id + '-overview', rows, ['delay', 'clearest'], [colors[0]], {x: group, y: sigmaText}, {
-      includeZero: true, stepPlot: false, plotter: centredSteps, strokeWidth: 1,
-      axes: {x: {axisLabelFormatter: axisDelay, pixelsPerLabel: 40}},
+      valueRange: [0, 1.1 * Math.max(all.threshold, ...all.sigmas)],
+      stepPlot: false, plotter: centredSteps, strokeWidth: 1,
+      axes: {x: {axisLabelFormatter: axisDelay, pixelsPerLabel: 60}},
       underlayCallback: (context, area, graph) => {
         const y = graph.toDomYCoord(all.threshold);
         const x = all.delay_ps === undefined ? NaN : graph.toDomXCoord(all.delay_ps);
