@@ -6,6 +6,8 @@
 #include <cstdint>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "reference/capture_file.hpp"
+#include "support/as_reference.hpp"
 #include "support/checked_feeding.hpp"
 #include "support/delta32_payload.hpp"
 
@@ -56,6 +58,7 @@ TEST(Delta32Chunks, EveryChunkSizeGivesTheSameTags) {
   for (std::size_t size = 1; size <= mixed_payload().size(); ++size) {
     StreamDecoder decoder = delta32_decoder();
     EXPECT_EQ(feed_in_chunks(decoder, mixed_payload(), size), kMixedTags) << "chunks of " << size;
+    EXPECT_EQ(reference::decode(as_reference(delta32_header()), mixed_payload(), size), as_reference(kMixedTags));
   }
 }
 

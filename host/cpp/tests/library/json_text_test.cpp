@@ -7,22 +7,31 @@
 #include <string>
 #include <string_view>
 
+#include "reference/header.hpp"
 #include "support/failure.hpp"
 
 namespace {
 
+namespace reference = orvo::test::reference;
 using orvo::test::failure_of;
-using orvo::timing::detail::json_escape;
 using orvo::timing::detail::json_find_string;
 using orvo::timing::detail::json_find_uint;
 
 const std::optional<std::string> kNoText;
 const std::optional<std::uint64_t> kNoNumber;
 
+// All three with the reference beside them.
+std::string json_escape(std::string_view text) {
+  std::string escaped = orvo::timing::detail::json_escape(text);
+  EXPECT_EQ(escaped, reference::json_escape(std::string(text)));
+  return escaped;
+}
 std::optional<std::string> text(std::string_view json) {
+  EXPECT_EQ(json_find_string(json, "key"), reference::find_string(std::string(json), "key")) << json;
   return json_find_string(json, "key");
 }
 std::optional<std::uint64_t> number(std::string_view json) {
+  EXPECT_EQ(json_find_uint(json, "key"), reference::find_number(std::string(json), "key")) << json;
   return json_find_uint(json, "key");
 }
 

@@ -7,58 +7,60 @@
 #include <cstdint>
 #include <vector>
 
+#include "support/checked_correlation.hpp"
+
 namespace {
 
-using orvo::timing::estimate_offset_ps;
+using orvo::test::checked_offset_ps;
 using Times = std::vector<std::int64_t>;
 
 TEST(OffsetEstimate, OfAnEmptyChannelIsZero) {
-  EXPECT_EQ(estimate_offset_ps({}, {}), 0);
-  EXPECT_EQ(estimate_offset_ps({}, {5}), 0);
-  EXPECT_EQ(estimate_offset_ps({5}, {}), 0);
+  EXPECT_EQ(checked_offset_ps({}, {}), 0);
+  EXPECT_EQ(checked_offset_ps({}, {5}), 0);
+  EXPECT_EQ(checked_offset_ps({5}, {}), 0);
 }
 
 TEST(OffsetEstimate, OfOnePairIsItsDifference) {
-  EXPECT_EQ(estimate_offset_ps({100}, {100}), 0);
-  EXPECT_EQ(estimate_offset_ps({100}, {163}), 63);
-  EXPECT_EQ(estimate_offset_ps({100}, {37}), -63);
+  EXPECT_EQ(checked_offset_ps({100}, {100}), 0);
+  EXPECT_EQ(checked_offset_ps({100}, {163}), 63);
+  EXPECT_EQ(checked_offset_ps({100}, {37}), -63);
 }
 
 TEST(OffsetEstimate, OfAnEvenNumberIsTheUpperMedian) {
-  EXPECT_EQ(estimate_offset_ps({0, 1000}, {10, 1013}), 13);
+  EXPECT_EQ(checked_offset_ps({0, 1000}, {10, 1013}), 13);
 }
 
 TEST(OffsetEstimate, OfAnOddNumberIsTheMedian) {
-  EXPECT_EQ(estimate_offset_ps({0, 1000, 2000}, {10, 1013, 1993}), 10);
+  EXPECT_EQ(checked_offset_ps({0, 1000, 2000}, {10, 1013, 1993}), 10);
 }
 
 TEST(OffsetEstimate, EqualDistancesTakeTheLaterEvent) {
-  EXPECT_EQ(estimate_offset_ps({100}, {90, 110}), 10);
+  EXPECT_EQ(checked_offset_ps({100}, {90, 110}), 10);
 }
 
 TEST(OffsetEstimate, TheStrictlyNearerEventIsTaken) {
-  EXPECT_EQ(estimate_offset_ps({100}, {95, 110}), -5);
-  EXPECT_EQ(estimate_offset_ps({100}, {91, 110}), -9);
-  EXPECT_EQ(estimate_offset_ps({100}, {89, 110}), 10);
-  EXPECT_EQ(estimate_offset_ps({100}, {99, 100, 101}), 0);
+  EXPECT_EQ(checked_offset_ps({100}, {95, 110}), -5);
+  EXPECT_EQ(checked_offset_ps({100}, {91, 110}), -9);
+  EXPECT_EQ(checked_offset_ps({100}, {89, 110}), 10);
+  EXPECT_EQ(checked_offset_ps({100}, {99, 100, 101}), 0);
 }
 
 TEST(OffsetEstimate, BehindTheLastEventTheLastIsTaken) {
-  EXPECT_EQ(estimate_offset_ps({500}, {100, 200}), -300);
+  EXPECT_EQ(checked_offset_ps({500}, {100, 200}), -300);
 }
 
 TEST(OffsetEstimate, BeforeTheFirstEventTheFirstIsTaken) {
-  EXPECT_EQ(estimate_offset_ps({-500}, {100, 200}), 600);
+  EXPECT_EQ(checked_offset_ps({-500}, {100, 200}), 600);
 }
 
 TEST(OffsetEstimate, OneEventOfBServesManyOfA) {
-  EXPECT_EQ(estimate_offset_ps({0, 10, 20, 30, 40}, {100}), 80);
+  EXPECT_EQ(checked_offset_ps({0, 10, 20, 30, 40}, {100}), 80);
 }
 
 TEST(OffsetEstimate, OrderOfTheListsDoesNotMatterAndTheyStayAsTheyAre) {
   const Times a{3000, 0, 2000, 1000};
   const Times b{2030, 3031, 12, 1009};
-  EXPECT_EQ(estimate_offset_ps(a, b), 30);  // 9, 12, 30, 31
+  EXPECT_EQ(checked_offset_ps(a, b), 30);  // 9, 12, 30, 31
   EXPECT_EQ(a, (Times{3000, 0, 2000, 1000}));
   EXPECT_EQ(b, (Times{2030, 3031, 12, 1009}));
 }
@@ -75,7 +77,7 @@ std::int64_t estimate(std::size_t events, std::size_t stride, std::size_t sample
     b.push_back(a.back() + (!sampled ? elsewhere : i / stride < near ? 1 : 5));
   }
   std::rotate(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(events / 3), a.end());  // the order does not matter
-  return estimate_offset_ps(a, b);
+  return checked_offset_ps(a, b);
 }
 
 // Exactly half of the samples (rounded down) are 1, so rank k / 2 is the first 5; one more 1 and it is the last 1.
@@ -105,8 +107,13 @@ TEST(OffsetEstimate, SamplesEvenlySpread4000OfManyEvents) {
   expect_samples(40'001, 10, 4'000);
 }
 
+TEST(OffsetEstimate, BeyondTheEndsOf64BitsIsTheEnd) {
+  EXPECT_EQ(checked_offset_ps({INT64_MIN}, {INT64_MAX}), INT64_MAX);
+  EXPECT_EQ(checked_offset_ps({INT64_MAX}, {INT64_MIN}), INT64_MIN);
+}
+
 TEST(OffsetEstimate, IsNotRoundedToAnyBin) {
-  EXPECT_EQ(estimate_offset_ps({0}, {163}), 163);
+  EXPECT_EQ(checked_offset_ps({0}, {163}), 163);
 }
 
 }  // namespace

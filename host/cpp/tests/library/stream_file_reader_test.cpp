@@ -8,7 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "reference/capture_file.hpp"
 #include "support/bytes.hpp"
+#include "support/checked_header.hpp"
 #include "support/failure.hpp"
 #include "support/temp_directory.hpp"
 
@@ -32,16 +34,31 @@ constexpr const char* kTruncatedHeader = "StreamFileReader: truncated JSON heade
 class StreamFileReaderTest : public testing::Test {
  protected:
   /// What opening a file of these bytes throws.
-  std::string failure_of_open(std::string_view content) {
-    write_file(path_, content);
-    return failure_of([&] { StreamFileReader{}.open(path_); });
-  }
   std::string failure_of_open(const Bytes& content) {
-    return failure_of_open(std::string_view(reinterpret_cast<const char*>(content.data()), content.size()));
+    write_file(path_, content);
+    std::string failure = failure_of([&] { StreamFileReader{}.open(path_); });
+    const reference::Capture expected = reference::read_capture(path_, content);
+    EXPECT_EQ(failure, expected.failure.empty()
+                           ? "nothing thrown"
+                           : expected.failure + " (code " + std::to_string(expected.failure_code) + ")");
+    return failure;
+  }
+  std::string failure_of_open(std::string_view content) {
+    return failure_of_open(Bytes(content.begin(), content.end()));
+  }
+  /// Opens the file, with the reference beside the reader.
+  void open(StreamFileReader& reader) {
+    reader.open(path_);
+    const std::string content = read_file(path_);
+    const reference::Capture expected = reference::read_capture(path_, Bytes(content.begin(), content.end()));
+    EXPECT_EQ(expected.failure, "");
+    EXPECT_TRUE(reader.header_json() == expected.header_json);
+    EXPECT_EQ(reader.payload_offset(), expected.payload_offset);
+    expect_as_reference(reader.header(), expected.header);
   }
   void open(StreamFileReader& reader, std::string_view json, const Bytes& payload = {}) {
     write_file(path_, capture_bytes(json, payload));
-    reader.open(path_);
+    open(reader);
   }
 
   TempDirectory directory_;
@@ -97,7 +114,7 @@ TEST_F(StreamFileReaderTest, OnlyTheTwoMagicWordsAreAccepted) {
 TEST_F(StreamFileReaderTest, EarlierMagicOpensTheSameWay) {
   write_file(path_, capture_bytes(R"({"stream_format":"raw64"})", ps_record(1, 7), "VQSTRM1\n"));
   StreamFileReader reader;
-  reader.open(path_);
+  open(reader);
   EXPECT_EQ(reader.header().stream_format, StreamFormat::raw64);
   EXPECT_EQ(reader.payload_offset(), 37u);
   EXPECT_THAT(reader.decode_next_tags(10, 100), ElementsAre(TimeTag{1, 7}));
@@ -108,7 +125,7 @@ TEST_F(StreamFileReaderTest, HeaderLengthIsLittleEndian) {
   ASSERT_EQ(json.size(), 0x103u);
   write_file(path_, "TAGCAP1\n\x03\x01\x00\x00"s + json);
   StreamFileReader reader;
-  reader.open(path_);
+  open(reader);
   EXPECT_EQ(reader.header().device_port, std::string(241, 'p'));
   EXPECT_EQ(reader.payload_offset(), 12u + 0x103u);
 }

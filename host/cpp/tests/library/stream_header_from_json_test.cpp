@@ -5,10 +5,11 @@
 #include <string_view>
 
 #include "orvo/timing/stream_header_json.hpp"
+#include "support/checked_header.hpp"
 
 namespace {
 
-using orvo::timing::stream_header_from_json;
+using orvo::test::checked_header;
 using orvo::timing::stream_header_to_json;
 using orvo::timing::StreamFileHeader;
 using orvo::timing::StreamFormat;
@@ -23,12 +24,12 @@ StreamFileHeader dated_header() {
 
 TEST(StreamHeaderFromJson, EmptyTextsAndForeignTextsGiveTheDefaultRecord) {
   for (const std::string_view json : {"", "{}", "\n", "not json at all", "[1,2,3]", "{\"other\":\"value\"}"}) {
-    EXPECT_EQ(stream_header_from_json(json), StreamFileHeader{}) << json;
+    EXPECT_EQ(checked_header(json), StreamFileHeader{}) << json;
   }
 }
 
 StreamFormat format_of(const std::string& word) {
-  return stream_header_from_json(R"({"stream_format":")" + word + R"("})").stream_format;
+  return checked_header(R"({"stream_format":")" + word + R"("})").stream_format;
 }
 
 TEST(StreamHeaderFromJson, ReadsEverySpellingOfAStreamFormatInAnyLetterCase) {
@@ -44,7 +45,7 @@ TEST(StreamHeaderFromJson, ReadsEverySpellingOfAStreamFormatInAnyLetterCase) {
 }
 
 StreamMode mode_of(const std::string& word) {
-  return stream_header_from_json(R"({"mode":")" + word + R"("})").mode;
+  return checked_header(R"({"mode":")" + word + R"("})").mode;
 }
 
 TEST(StreamHeaderFromJson, ReadsEverythingButInternalAsExternal) {
@@ -55,7 +56,7 @@ TEST(StreamHeaderFromJson, ReadsEverythingButInternalAsExternal) {
 }
 
 StreamTransport transport_of(const std::string& word) {
-  return stream_header_from_json(R"({"stream_transport":")" + word + R"("})").stream_transport;
+  return checked_header(R"({"stream_transport":")" + word + R"("})").stream_transport;
 }
 
 TEST(StreamHeaderFromJson, ReadsEverySpellingOfATransportInAnyLetterCase) {
@@ -69,9 +70,9 @@ TEST(StreamHeaderFromJson, ReadsEverySpellingOfATransportInAnyLetterCase) {
 }
 
 TEST(StreamHeaderFromJson, KeepsTheLetterCaseOfTexts) {
-  const auto header = stream_header_from_json(
-      R"({"raw64_tag_format":"Raw_CF","created_utc":"Then","application":"App","device_product":"P",)"
-      R"("device_serial":"S","device_port":"COM3"})");
+  const auto header =
+      checked_header(R"({"raw64_tag_format":"Raw_CF","created_utc":"Then","application":"App","device_product":"P",)"
+                     R"("device_serial":"S","device_port":"COM3"})");
   EXPECT_EQ(header.raw64_tag_format, "Raw_CF");
   EXPECT_EQ(header.created_utc, "Then");
   EXPECT_EQ(header.application, "App");
@@ -81,57 +82,57 @@ TEST(StreamHeaderFromJson, KeepsTheLetterCaseOfTexts) {
 }
 
 TEST(StreamHeaderFromJson, CutsNumbersToTheWidthOfTheirField) {
-  const auto header = stream_header_from_json(
+  const auto header = checked_header(
       R"({"channel_mask":31,"tdl_index":258,"packed_delta_config":{"delta_bits":272,"quantum_ps":65552}})");
   EXPECT_EQ(header.channel_mask, 15);
   EXPECT_EQ(header.tdl_index, 2);
   EXPECT_EQ(header.delta_bits, 16);
   EXPECT_EQ(header.quantum_ps, 16);
-  EXPECT_EQ(stream_header_from_json(R"({"channel_mask":16})").channel_mask, 0);
-  EXPECT_EQ(stream_header_from_json(R"({"tdl_index":18446744073709551617})").tdl_index, 1);
+  EXPECT_EQ(checked_header(R"({"channel_mask":16})").channel_mask, 0);
+  EXPECT_EQ(checked_header(R"({"tdl_index":18446744073709551617})").tdl_index, 1);
 }
 
 TEST(StreamHeaderFromJson, FindsThePackedSettingsWhereverTheyStand) {
-  const auto header = stream_header_from_json(R"({"quantum_ps":12,"delta_bits":0})");
+  const auto header = checked_header(R"({"quantum_ps":12,"delta_bits":0})");
   EXPECT_EQ(header.delta_bits, 0);
   EXPECT_EQ(header.quantum_ps, 12);
 }
 
 TEST(StreamHeaderFromJson, NumbersAllowWhiteSpaceButNoQuotes) {
-  EXPECT_EQ(stream_header_from_json(R"({"channel_mask": 3})").channel_mask, 3);
-  EXPECT_EQ(stream_header_from_json(R"({"channel_mask":"3"})").channel_mask, 15);
-  EXPECT_EQ(stream_header_from_json(R"({"quantum_ps":-1})").quantum_ps, 8);
-  EXPECT_EQ(stream_header_from_json(R"({"tdl_index":12.7})").tdl_index, 12);
+  EXPECT_EQ(checked_header(R"({"channel_mask": 3})").channel_mask, 3);
+  EXPECT_EQ(checked_header(R"({"channel_mask":"3"})").channel_mask, 15);
+  EXPECT_EQ(checked_header(R"({"quantum_ps":-1})").quantum_ps, 8);
+  EXPECT_EQ(checked_header(R"({"tdl_index":12.7})").tdl_index, 12);
 }
 
 TEST(StreamHeaderFromJson, ABareNumberAsFormatTakesTheNextQuotedTextAndReadsRaw64) {
-  EXPECT_EQ(stream_header_from_json(R"({"stream_format":2,"mode":"internal"})").stream_format, StreamFormat::raw64);
-  EXPECT_EQ(stream_header_from_json(R"({"stream_format":2})").stream_format, StreamFormat::packed_delta);
-  EXPECT_EQ(stream_header_from_json(R"({"device_port":5,"x":"y"})").device_port, "x");
+  EXPECT_EQ(checked_header(R"({"stream_format":2,"mode":"internal"})").stream_format, StreamFormat::raw64);
+  EXPECT_EQ(checked_header(R"({"stream_format":2})").stream_format, StreamFormat::packed_delta);
+  EXPECT_EQ(checked_header(R"({"device_port":5,"x":"y"})").device_port, "x");
 }
 
 TEST(StreamHeaderFromJson, AValueThatEqualsAKeyIsMatchedFirst) {
   StreamFileHeader header = dated_header();
   header.application = "stream_format";
   header.device_product = "delta32";
-  EXPECT_EQ(stream_header_from_json(stream_header_to_json(header)).stream_format, StreamFormat::delta32);
+  EXPECT_EQ(checked_header(stream_header_to_json(header)).stream_format, StreamFormat::delta32);
 }
 
 TEST(StreamHeaderFromJson, QuotesInsideAValueHideTheKeyNamesBetweenThem) {
   StreamFileHeader header = dated_header();
   header.application = R"("stream_format":"raw64","channel_mask":1)";
-  EXPECT_EQ(stream_header_from_json(stream_header_to_json(header)), header);
+  EXPECT_EQ(checked_header(stream_header_to_json(header)), header);
 }
 
 TEST(StreamHeaderFromJson, FillsAnEmptyTagFormatFromTheMode) {
-  EXPECT_EQ(stream_header_from_json(R"({"raw64_tag_format":"","mode":"internal"})").raw64_tag_format, "raw_cf");
-  EXPECT_EQ(stream_header_from_json(R"({"raw64_tag_format":"","mode":"external"})").raw64_tag_format, "ps");
-  EXPECT_EQ(stream_header_from_json(R"({"raw64_tag_format":""})").raw64_tag_format, "ps");
-  EXPECT_EQ(stream_header_from_json(R"({"mode":"internal"})").raw64_tag_format, "ps");
+  EXPECT_EQ(checked_header(R"({"raw64_tag_format":"","mode":"internal"})").raw64_tag_format, "raw_cf");
+  EXPECT_EQ(checked_header(R"({"raw64_tag_format":"","mode":"external"})").raw64_tag_format, "ps");
+  EXPECT_EQ(checked_header(R"({"raw64_tag_format":""})").raw64_tag_format, "ps");
+  EXPECT_EQ(checked_header(R"({"mode":"internal"})").raw64_tag_format, "ps");
 }
 
 TEST(StreamHeaderFromJson, FileTypeAndSchemaVersionAreNotLookedAt) {
-  EXPECT_EQ(stream_header_from_json(R"({"file_type":"something else","schema_version":99})"), StreamFileHeader{});
+  EXPECT_EQ(checked_header(R"({"file_type":"something else","schema_version":99})"), StreamFileHeader{});
 }
 
 }  // namespace

@@ -8,9 +8,11 @@
 #include <string>
 #include <thread>
 
+#include "support/checked_header.hpp"
+
 namespace {
 
-using orvo::timing::stream_header_from_json;
+using orvo::test::checked_header;
 using orvo::timing::stream_header_to_json;
 using orvo::timing::StreamFileHeader;
 using orvo::timing::StreamFormat;
@@ -101,7 +103,7 @@ TEST(StreamHeaderToJson, FillsAnEmptyTagFormatFromTheMode) {
 TEST(StreamHeaderToJson, FillsAnEmptyCreationTimeWithTheCurrentUtcTime) {
   using Clock = std::chrono::system_clock;
   const std::time_t before = Clock::to_time_t(Clock::now());
-  const std::string created = stream_header_from_json(stream_header_to_json(StreamFileHeader{})).created_utc;
+  const std::string created = checked_header(stream_header_to_json(StreamFileHeader{})).created_utc;
   const std::time_t after = Clock::to_time_t(Clock::now());
   ASSERT_THAT(created, MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}Z"));
   std::tm utc{};
@@ -115,7 +117,7 @@ TEST(StreamHeaderToJson, MicrosecondsAlwaysHaveSixDigits) {
   // Within a second, a tenth of which starts with a zero.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
   while (std::chrono::steady_clock::now() < end) {
-    const std::string created = stream_header_from_json(stream_header_to_json(StreamFileHeader{})).created_utc;
+    const std::string created = checked_header(stream_header_to_json(StreamFileHeader{})).created_utc;
     ASSERT_EQ(created.size(), 27u) << created;
     if (created[20] == '0') return;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -135,7 +137,7 @@ TEST(StreamHeaderJson, LosesControlBytesAndKeepsUtf8) {
   header.device_product = "\xCE\xBCs \xE2\x82\xAC";
   const std::string json = stream_header_to_json(header);
   EXPECT_THAT(json, HasSubstr("\"device_product\":\"\xCE\xBCs \xE2\x82\xAC\",\"device_serial\":\"a?z\""));
-  EXPECT_EQ(stream_header_from_json(json).device_serial, "a?z");
+  EXPECT_EQ(checked_header(json).device_serial, "a?z");
 }
 
 TEST(StreamHeaderJson, WrittenRecordsReadBackTheSame) {
@@ -154,7 +156,7 @@ TEST(StreamHeaderJson, WrittenRecordsReadBackTheSame) {
       header.tdl_index = static_cast<std::uint8_t>(choice);
       header.delta_bits = static_cast<std::uint8_t>(choice / 2);
       header.quantum_ps = static_cast<std::uint16_t>(choice * 227);
-      ASSERT_EQ(stream_header_from_json(stream_header_to_json(header)), header);
+      ASSERT_EQ(checked_header(stream_header_to_json(header)), header);
     }
   }
 }

@@ -10,6 +10,7 @@
 #include "orvo/timing/channel_times.hpp"
 #include "orvo/timing/offset_estimate.hpp"
 #include "orvo/timing/sorted_times.hpp"
+#include "support/checked_correlation.hpp"
 #include "support/failure.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -22,6 +23,7 @@
 
 namespace {
 
+using orvo::test::checked_histogram;
 using orvo::test::failure_of;
 using orvo::timing::xcorr_histogram;
 using orvo::timing::XcorrHistogram;
@@ -38,7 +40,7 @@ auto bins_are(auto centers, auto counts) {
 }
 
 TEST(XcorrLayout, RangeOf5000InBinsOf8Is1251Bins) {
-  const XcorrHistogram histogram = xcorr_histogram({}, {}, 5000, 8, 0);
+  const XcorrHistogram histogram = checked_histogram({}, {}, 5000, 8, 0);
   ASSERT_THAT(histogram.bin_center_ps, SizeIs(1251));
   EXPECT_EQ(histogram.bin_center_ps.front(), -5000);
   EXPECT_EQ(histogram.bin_center_ps[1], -4992);
@@ -48,15 +50,16 @@ TEST(XcorrLayout, RangeOf5000InBinsOf8Is1251Bins) {
 }
 
 TEST(XcorrLayout, NumberOfBinsIsTheRoundedUpQuotientMadeOdd) {
-  EXPECT_THAT(xcorr_histogram({}, {}, 10, 8, 0), bins_are(ElementsAre(-8, 0, 8), ElementsAre(0, 0, 0)));  // 2.5 -> 3
-  EXPECT_THAT(xcorr_histogram({}, {}, 8, 8, 0).bin_center_ps, ElementsAre(-8, 0, 8));                     // 2 -> 3
-  EXPECT_THAT(xcorr_histogram({}, {}, 12, 8, 0).bin_center_ps, ElementsAre(-8, 0, 8));                    // 3
-  EXPECT_THAT(xcorr_histogram({}, {}, 13, 8, 0).bin_center_ps, ElementsAre(-16, -8, 0, 8, 16));           // 3.25 -> 5
-  EXPECT_THAT(xcorr_histogram({}, {}, 4, 8, 0).bin_center_ps, ElementsAre(0));                            // 1
-  EXPECT_THAT(xcorr_histogram({}, {}, 5, 8, 0).bin_center_ps, ElementsAre(-8, 0, 8));                     // 1.25 -> 3
-  EXPECT_THAT(xcorr_histogram({}, {}, 1, 1000, 0).bin_center_ps, ElementsAre(0));
-  EXPECT_THAT(xcorr_histogram({}, {}, 1, 1, 0).bin_center_ps, ElementsAre(-1, 0, 1));
-  EXPECT_THAT(xcorr_histogram({}, {}, 7, 7, 0).bin_center_ps, ElementsAre(-7, 0, 7));
+  EXPECT_THAT(checked_histogram({}, {}, 10, 8, 0),
+              bins_are(ElementsAre(-8, 0, 8), ElementsAre(0, 0, 0)));                              // 2.5 -> 3
+  EXPECT_THAT(checked_histogram({}, {}, 8, 8, 0).bin_center_ps, ElementsAre(-8, 0, 8));            // 2 -> 3
+  EXPECT_THAT(checked_histogram({}, {}, 12, 8, 0).bin_center_ps, ElementsAre(-8, 0, 8));           // 3
+  EXPECT_THAT(checked_histogram({}, {}, 13, 8, 0).bin_center_ps, ElementsAre(-16, -8, 0, 8, 16));  // 3.25 -> 5
+  EXPECT_THAT(checked_histogram({}, {}, 4, 8, 0).bin_center_ps, ElementsAre(0));                   // 1
+  EXPECT_THAT(checked_histogram({}, {}, 5, 8, 0).bin_center_ps, ElementsAre(-8, 0, 8));            // 1.25 -> 3
+  EXPECT_THAT(checked_histogram({}, {}, 1, 1000, 0).bin_center_ps, ElementsAre(0));
+  EXPECT_THAT(checked_histogram({}, {}, 1, 1, 0).bin_center_ps, ElementsAre(-1, 0, 1));
+  EXPECT_THAT(checked_histogram({}, {}, 7, 7, 0).bin_center_ps, ElementsAre(-7, 0, 7));
 }
 
 TEST(XcorrLayout, RangeOrBinBelowOneIsASingleBinWithoutCounts) {
@@ -69,14 +72,14 @@ TEST(XcorrLayout, RangeOrBinBelowOneIsASingleBinWithoutCounts) {
                                          {INT64_MIN, 8},
                                          {5000, INT64_MIN},
                                          {INT64_MIN, INT64_MIN}}) {
-    EXPECT_THAT(xcorr_histogram(same, same, range_ps, bin_ps, 0), bins_are(ElementsAre(0), ElementsAre(0)))
+    EXPECT_THAT(checked_histogram(same, same, range_ps, bin_ps, 0), bins_are(ElementsAre(0), ElementsAre(0)))
         << range_ps << ' ' << bin_ps;
   }
 }
 
 // The counts of A = {0} and B = {difference}.
 Times counts_of(std::int64_t difference, std::int64_t range_ps, std::int64_t bin_ps) {
-  return xcorr_histogram({0}, {difference}, range_ps, bin_ps, 0).counts;
+  return checked_histogram({0}, {difference}, range_ps, bin_ps, 0).counts;
 }
 
 TEST(XcorrCounting, HalfABinGoesAwayFromZeroWithAnEvenWidth) {
@@ -85,9 +88,9 @@ TEST(XcorrCounting, HalfABinGoesAwayFromZeroWithAnEvenWidth) {
   EXPECT_THAT(counts_of(3, 8, 8), ElementsAre(0, 1, 0));
   EXPECT_THAT(counts_of(-3, 8, 8), ElementsAre(0, 1, 0));
   EXPECT_THAT(counts_of(0, 8, 8), ElementsAre(0, 1, 0));
-  EXPECT_EQ(xcorr_histogram({0}, {4}, 5000, 8, 0).counts[626], 1);
-  EXPECT_EQ(xcorr_histogram({0}, {-4}, 5000, 8, 0).counts[624], 1);
-  EXPECT_EQ(xcorr_histogram({0}, {3}, 5000, 8, 0).counts[625], 1);
+  EXPECT_EQ(checked_histogram({0}, {4}, 5000, 8, 0).counts[626], 1);
+  EXPECT_EQ(checked_histogram({0}, {-4}, 5000, 8, 0).counts[624], 1);
+  EXPECT_EQ(checked_histogram({0}, {3}, 5000, 8, 0).counts[625], 1);
 }
 
 TEST(XcorrCounting, OddWidthsRoundToTheNearestCentre) {
@@ -123,26 +126,26 @@ TEST(XcorrCounting, PairsThatRoundBeyondTheLastBinAreDropped) {
 
 TEST(XcorrCounting, TheOffsetIsTakenOffBMinusA) {
   for (const std::int64_t offset : {0, 160, -160, 1'000'000}) {
-    EXPECT_THAT(xcorr_histogram({100}, {100 + offset}, 10, 8, offset).counts, ElementsAre(0, 1, 0)) << offset;
-    EXPECT_THAT(xcorr_histogram({100}, {110 + offset}, 10, 8, offset).counts, ElementsAre(0, 0, 1)) << offset;
-    EXPECT_THAT(xcorr_histogram({100}, {111 + offset}, 10, 8, offset).counts, ElementsAre(0, 0, 0)) << offset;
-    EXPECT_THAT(xcorr_histogram({100}, {90 + offset}, 10, 8, offset).counts, ElementsAre(1, 0, 0)) << offset;
-    EXPECT_THAT(xcorr_histogram({100}, {89 + offset}, 10, 8, offset).counts, ElementsAre(0, 0, 0)) << offset;
+    EXPECT_THAT(checked_histogram({100}, {100 + offset}, 10, 8, offset).counts, ElementsAre(0, 1, 0)) << offset;
+    EXPECT_THAT(checked_histogram({100}, {110 + offset}, 10, 8, offset).counts, ElementsAre(0, 0, 1)) << offset;
+    EXPECT_THAT(checked_histogram({100}, {111 + offset}, 10, 8, offset).counts, ElementsAre(0, 0, 0)) << offset;
+    EXPECT_THAT(checked_histogram({100}, {90 + offset}, 10, 8, offset).counts, ElementsAre(1, 0, 0)) << offset;
+    EXPECT_THAT(checked_histogram({100}, {89 + offset}, 10, 8, offset).counts, ElementsAre(0, 0, 0)) << offset;
   }
 }
 
 TEST(XcorrCounting, EveryPairWithinTheRangeCounts) {
-  EXPECT_THAT(xcorr_histogram({0, 8, 16}, {0, 8, 16}, 8, 8, 0).counts, ElementsAre(2, 3, 2));
+  EXPECT_THAT(checked_histogram({0, 8, 16}, {0, 8, 16}, 8, 8, 0).counts, ElementsAre(2, 3, 2));
 }
 
 TEST(XcorrCounting, DuplicateTimesFormTheirOwnPairs) {
-  EXPECT_THAT(xcorr_histogram({5, 5}, {5, 5, 5, 13}, 8, 8, 0).counts, ElementsAre(0, 6, 2));
+  EXPECT_THAT(checked_histogram({5, 5}, {5, 5, 5, 13}, 8, 8, 0).counts, ElementsAre(0, 6, 2));
 }
 
 TEST(XcorrCounting, ListsMayBeUnsortedAndAreNotModified) {
   const Times a{900, -300, 0, 900, 5};
   const Times b{3, 905, -300, 891};
-  const XcorrHistogram histogram = xcorr_histogram(a, b, 10, 8, 0);
+  const XcorrHistogram histogram = checked_histogram(a, b, 10, 8, 0);
   EXPECT_THAT(histogram.counts, ElementsAre(2, 3, 2));  // 891-900 twice; 0, 3 and 3-5; 905-900 twice
   EXPECT_EQ(a, (Times{900, -300, 0, 900, 5}));
   EXPECT_EQ(b, (Times{3, 905, -300, 891}));
@@ -188,34 +191,38 @@ TEST(XcorrCountingDeathTest, DebugBuildsRefuseDisorderInTheSortedForms) {
 #endif
 
 TEST(XcorrCounting, AnEmptyListLeavesAllCountsZero) {
-  EXPECT_EQ(xcorr_histogram({}, {1, 2}, 5000, 8, 0).counts, Times(1251, 0));
-  EXPECT_EQ(xcorr_histogram({1, 2}, {}, 5000, 8, 0).counts, Times(1251, 0));
+  EXPECT_EQ(checked_histogram({}, {1, 2}, 5000, 8, 0).counts, Times(1251, 0));
+  EXPECT_EQ(checked_histogram({1, 2}, {}, 5000, 8, 0).counts, Times(1251, 0));
 }
 
 TEST(XcorrAtTheEndsOf64Bits, WindowsBeyondTheEndsReachToTheEnds) {
-  EXPECT_THAT(xcorr_histogram({INT64_MAX}, {INT64_MAX - 8, INT64_MAX, INT64_MIN}, 10, 8, 0).counts,
+  EXPECT_THAT(checked_histogram({INT64_MAX}, {INT64_MAX - 8, INT64_MAX, INT64_MIN}, 10, 8, 0).counts,
               ElementsAre(1, 1, 0));
-  EXPECT_THAT(xcorr_histogram({INT64_MIN}, {INT64_MIN + 8, INT64_MIN, INT64_MAX}, 10, 8, 0).counts,
+  EXPECT_THAT(checked_histogram({INT64_MIN}, {INT64_MIN + 8, INT64_MIN, INT64_MAX}, 10, 8, 0).counts,
               ElementsAre(0, 1, 1));
-  EXPECT_THAT(xcorr_histogram({INT64_MAX - 3}, {INT64_MAX}, 10, 8, INT64_MAX).counts, ElementsAre(0, 0, 0));
-  EXPECT_THAT(xcorr_histogram({INT64_MIN + 3}, {INT64_MIN}, 10, 8, INT64_MIN).counts, ElementsAre(0, 0, 0));
+  EXPECT_THAT(checked_histogram({INT64_MAX - 3}, {INT64_MAX}, 10, 8, INT64_MAX).counts, ElementsAre(0, 0, 0));
+  EXPECT_THAT(checked_histogram({INT64_MIN + 3}, {INT64_MIN}, 10, 8, INT64_MIN).counts, ElementsAre(0, 0, 0));
 }
 
 TEST(XcorrAtTheEndsOf64Bits, DifferencesAreThoseOfUnboundedIntegers) {
   // Here b - a itself does not fit in 64 bits: 2^64 - 1 (far off, less the offset), 2^63 and below -2^63.
-  EXPECT_THAT(xcorr_histogram({INT64_MIN, 0}, {INT64_MAX}, 10, 8, INT64_MAX).counts, ElementsAre(0, 1, 0));
-  EXPECT_THAT(xcorr_histogram({0, INT64_MAX}, {INT64_MIN}, 10, 8, INT64_MIN).counts, ElementsAre(0, 1, 0));
-  EXPECT_THAT(xcorr_histogram({-1}, {INT64_MAX}, 10, 8, INT64_MAX).counts, ElementsAre(0, 1, 0));
-  EXPECT_THAT(xcorr_histogram({8}, {INT64_MIN}, 10, 8, INT64_MIN).counts, ElementsAre(1, 0, 0));
+  EXPECT_THAT(checked_histogram({INT64_MIN, 0}, {INT64_MAX}, 10, 8, INT64_MAX).counts, ElementsAre(0, 1, 0));
+  EXPECT_THAT(checked_histogram({0, INT64_MAX}, {INT64_MIN}, 10, 8, INT64_MIN).counts, ElementsAre(0, 1, 0));
+  EXPECT_THAT(checked_histogram({-1}, {INT64_MAX}, 10, 8, INT64_MAX).counts, ElementsAre(0, 1, 0));
+  EXPECT_THAT(checked_histogram({8}, {INT64_MIN}, 10, 8, INT64_MIN).counts, ElementsAre(1, 0, 0));
 }
 
 TEST(XcorrAtTheEndsOf64Bits, LargestRangeAndBin) {
-  EXPECT_THAT(xcorr_histogram({INT64_MIN}, {INT64_MAX - 1}, INT64_MAX, INT64_MAX, INT64_MAX),
+  EXPECT_THAT(checked_histogram({INT64_MIN}, {INT64_MAX - 1}, INT64_MAX, INT64_MAX, INT64_MAX),
               bins_are(ElementsAre(-INT64_MAX, 0, INT64_MAX), ElementsAre(0, 0, 1)));
-  EXPECT_THAT(xcorr_histogram({0}, {-INT64_MAX, 0, INT64_MAX, INT64_MIN}, INT64_MAX, INT64_MAX, 0).counts,
+  EXPECT_THAT(checked_histogram({0}, {-INT64_MAX, 0, INT64_MAX, INT64_MIN}, INT64_MAX, INT64_MAX, 0).counts,
               ElementsAre(1, 1, 1));
-  EXPECT_THAT(xcorr_histogram({0}, {-1, 1, 2}, 1, INT64_MAX, 0), bins_are(ElementsAre(0), ElementsAre(2)));
-  EXPECT_THAT(xcorr_histogram({0}, {0}, INT64_MAX, INT64_MAX, INT64_MIN).counts, ElementsAre(0, 0, 0));
+  EXPECT_THAT(checked_histogram({0}, {-1, 1, 2}, 1, INT64_MAX, 0), bins_are(ElementsAre(0), ElementsAre(2)));
+  EXPECT_THAT(checked_histogram({0}, {0}, INT64_MAX, INT64_MAX, INT64_MIN).counts, ElementsAre(0, 0, 0));
+  // The outer centres, 2^63 + 2 and less than -2^63, wrap.
+  EXPECT_THAT(checked_histogram({}, {}, INT64_MAX, 4'611'686'018'427'387'905, 0).bin_center_ps,
+              ElementsAre(9'223'372'036'854'775'806, -4'611'686'018'427'387'905, 0, 4'611'686'018'427'387'905,
+                          -9'223'372'036'854'775'806));
 }
 
 TEST(XcorrAtTheEndsOf64Bits, MoreBinsThanAVectorHoldsIsALengthError) {

@@ -22,9 +22,11 @@ struct Header {
   std::string device_product;
   std::string device_serial;
   std::string device_port;
+
+  bool operator==(const Header&) const = default;
 };
 
-/// The header field by field, to compare and to show.
+/// The header field by field, to show.
 inline std::string describe(const Header& header) {
   return "stream_format " + std::to_string(static_cast<int>(header.stream_format)) +  //
          "\nmode " + std::to_string(header.mode) +                                    //

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "orvo/timing/stream_decoder.hpp"
+#include "reference/capture_file.hpp"
 #include "support/as_reference.hpp"
 #include "support/decoder_state.hpp"
 #include "support/stream_feeding.hpp"
@@ -48,9 +49,9 @@ inline std::string as_logged(const std::vector<std::string>& lines) {
 
 /// Decodes the next chunk with a reference that starts where the decoder stands.
 template <class Reference>
-Compared compare_chunk_beside(timing::StreamDecoder& decoder, std::span<const std::uint8_t> chunk) {
+Compared compare_chunk(timing::StreamDecoder& decoder, Reference expected, std::span<const std::uint8_t> chunk) {
   constexpr bool kWritesLines = std::is_same_v<Reference, reference::PackedDeltaDecoder>;
-  auto expected = in_state_of<Reference>(decoder);
+  put_in_state_of(decoder, expected);
   const auto lines_before = static_cast<std::ptrdiff_t>(decoder.pk_debug_lines);
   if constexpr (kWritesLines) expected.lines.resize(decoder.pk_debug_lines);
   const reference::Tags expected_tags = expected.feed(chunk);
@@ -65,15 +66,8 @@ Compared compare_chunk_beside(timing::StreamDecoder& decoder, std::span<const st
 
 /// The same with the reference of the encoding that the header names.
 inline Compared compare_chunk(timing::StreamDecoder& decoder, std::span<const std::uint8_t> chunk) {
-  switch (decoder.header.stream_format) {
-    case timing::StreamFormat::raw64:
-      return compare_chunk_beside<reference::Raw64Decoder>(decoder, chunk);
-    case timing::StreamFormat::delta32:
-      return compare_chunk_beside<reference::Delta32Decoder>(decoder, chunk);
-    case timing::StreamFormat::packed_delta:
-      return compare_chunk_beside<reference::PackedDeltaDecoder>(decoder, chunk);
-  }
-  return {.tags = decoder.feed(chunk), .lines = {}, .apart = "no reference"};
+  return reference::with_decoder(as_reference(decoder.header),
+                                 [&](const auto& expected) { return compare_chunk(decoder, expected, chunk); });
 }
 
 /// The tags of one chunk, as one read of a file brings it. Fails the test where decoder and reference part.

@@ -7,6 +7,7 @@
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "reference/packed_alignment.hpp"
+#include "support/as_reference.hpp"
 #include "support/bytes.hpp"
 #include "support/checked_feeding.hpp"
 #include "support/decoder_state.hpp"
@@ -30,7 +31,8 @@ struct ComparedSearch {
 inline ComparedSearch compare_search(const PackedSetup& setup, const Bytes& payload) {
   timing::StreamDecoder decoder = packed_decoder(setup);
   decoder.pending_bytes.append(payload.data(), payload.size());
-  const auto before = in_state_of<reference::PackedDeltaDecoder>(decoder);
+  reference::PackedDeltaDecoder before(as_reference(decoder.header));
+  put_in_state_of(decoder, before);
   const auto delta_bits = static_cast<std::int32_t>(setup.delta_bits);
 
   ComparedSearch out;

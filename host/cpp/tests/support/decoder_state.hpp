@@ -9,7 +9,6 @@
 #include "reference/delta32.hpp"
 #include "reference/packed_delta.hpp"
 #include "reference/raw64.hpp"
-#include "support/as_reference.hpp"
 
 namespace orvo::test {
 
@@ -69,14 +68,12 @@ std::string difference(const timing::StreamDecoder& decoder, const Reference& ex
   return names;
 }
 
-/// A reference decoder that stands where `decoder` stands.
+/// Puts a reference decoder where `decoder` stands.
 template <class Reference>
-Reference in_state_of(const timing::StreamDecoder& decoder) {
-  Reference out(as_reference(decoder.header));
+void put_in_state_of(const timing::StreamDecoder& decoder, Reference& out) {
   out.pending.assign(decoder.pending_bytes.begin(), decoder.pending_bytes.end());
   for_each_field(std::type_identity<Reference>(),
                  [&](const char*, auto member, auto counterpart) { out.*counterpart = decoder.*member; });
-  return out;
 }
 
 }  // namespace orvo::test

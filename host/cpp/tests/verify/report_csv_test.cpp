@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "reference/reports.hpp"
+#include "support/as_findings.hpp"
 #include "support/failure.hpp"
 #include "support/tool_surroundings.hpp"
 
@@ -23,9 +25,13 @@ RunResult run_of(const XcorrHistogram& histogram) {
 
 class ReportCsv : public ToolSurroundings {
  protected:
+  /// The report, with the reference's beside it.
   std::string csv(const XcorrHistogram& histogram) {
-    write_csv(cwd() / "out.csv", run_of(histogram));
-    return read_file(cwd() / "out.csv");
+    const RunResult run = run_of(histogram);
+    write_csv(cwd() / "out.csv", run);
+    std::string text = read_file(cwd() / "out.csv");
+    EXPECT_EQ(text, reference::csv_report(as_findings(run)));
+    return text;
   }
 };
 

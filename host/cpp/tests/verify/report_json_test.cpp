@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "reference/reports.hpp"
+#include "support/as_findings.hpp"
 #include "support/failure.hpp"
 #include "support/tool_surroundings.hpp"
 
@@ -32,9 +34,14 @@ RunResult raw64_run() {
 
 class ReportJson : public ToolSurroundings {
  protected:
+  /// The report, with the reference's beside it where there is one.
   std::string json(const RunResult& run) {
     write_json(cwd() / "out.json", run);
-    return read_file(cwd() / "out.json");
+    std::string text = read_file(cwd() / "out.json");
+    if (has_reports(run)) {
+      EXPECT_EQ(text, reference::json_report(as_findings(run)));
+    }
+    return text;
   }
 };
 

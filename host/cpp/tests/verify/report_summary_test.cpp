@@ -9,6 +9,8 @@
 #include <sstream>
 #include <string>
 
+#include "reference/reports.hpp"
+#include "support/as_findings.hpp"
 #include "support/failure.hpp"
 #include "support/tool_surroundings.hpp"
 
@@ -35,6 +37,16 @@ RunResult small_run() {
   return run;
 }
 
+/// The summary, with the reference's beside it.
+std::string summary_of(const RunResult& run, const std::string& prefix, std::int64_t input_age_seconds) {
+  std::string text = summary_text(run, ReportPaths(prefix), input_age_seconds);
+  reference::Findings found = as_findings(run);
+  found.prefix = prefix;
+  found.input_age_seconds = input_age_seconds;
+  EXPECT_EQ(text, reference::summary_text(found));
+  return text;
+}
+
 TEST(ReportPathsTest, AppendTheirEndingsToTheWholePrefix) {
   const ReportPaths paths("out/run_01.v2");
   EXPECT_EQ(paths.csv, "out/run_01.v2.csv");
@@ -45,7 +57,7 @@ TEST(ReportPathsTest, AppendTheirEndingsToTheWholePrefix) {
 }
 
 TEST(SummaryText, IsTheseFourteenLines) {
-  EXPECT_EQ(summary_text(small_run(), ReportPaths("/out/x"), 59),
+  EXPECT_EQ(summary_of(small_run(), "/out/x", 59),
             "Orvo timing stream-file cross-correlation verification\n"
             "mode=offline_existing_file\n"
             "input=/data/run 07.tagcap\n"
@@ -64,18 +76,17 @@ TEST(SummaryText, IsTheseFourteenLines) {
 
 TEST(SummaryText, WarnsOfAnInputOlderThanAnHourInItsLastLine) {
   for (const std::int64_t age : {std::int64_t{3601}, std::int64_t{86'400}, std::int64_t{INT64_MAX}}) {
-    EXPECT_THAT(summary_text(small_run(), ReportPaths("x"), age), EndsWith(std::string("rms_ps=5.7\n") + kWarning));
+    EXPECT_THAT(summary_of(small_run(), "x", age), EndsWith(std::string("rms_ps=5.7\n") + kWarning));
   }
   for (const std::int64_t age : {3600, 0, -1, -7200}) {
-    EXPECT_THAT(summary_text(small_run(), ReportPaths("x"), age), EndsWith("rms_ps=5.7\n"));
+    EXPECT_THAT(summary_of(small_run(), "x", age), EndsWith("rms_ps=5.7\n"));
   }
 }
 
 TEST(SummaryText, OfAnEmptyCorrelationIsZeroAtTheLowestCentre) {
   RunResult run = small_run();
   run.histogram = {{-8, 0, 8}, {0, 0, 0}};
-  EXPECT_THAT(summary_text(run, ReportPaths("x"), -1),
-              EndsWith("coincidences=0\npeak_count=0\npeak_ps=-8\nrms_ps=0.0\n"));
+  EXPECT_THAT(summary_of(run, "x", -1), EndsWith("coincidences=0\npeak_count=0\npeak_ps=-8\nrms_ps=0.0\n"));
 }
 
 TEST(SummaryText, WritesNumbersPlainly) {
@@ -83,7 +94,7 @@ TEST(SummaryText, WritesNumbersPlainly) {
   run.decoded_tags = UINT64_MAX;
   run.channel_counts = {UINT64_MAX, 0, 1'000'000, 0};
   run.histogram = {{-3'000'000'000'000, -1'000'000'000'000}, {1, 1}};
-  const std::string text = summary_text(run, ReportPaths("x"), -1'000'000);
+  const std::string text = summary_of(run, "x", -1'000'000);
   EXPECT_THAT(text, HasSubstr("input_age_seconds=-1000000\n"));
   EXPECT_THAT(text, HasSubstr("decoded_tags=18446744073709551615\nch2=1000000\nch0=18446744073709551615\n"));
   EXPECT_THAT(text, EndsWith("peak_ps=-3000000000000\nrms_ps=1000000000000.0\n"));
@@ -136,6 +147,11 @@ TEST_F(ReportSummary, ConsoleShowsTheSummaryAndTheTwoLatestPaths) {
   EXPECT_EQ(console, summary + "latest_plot=" + (output_root_of_tests() / "latest.svg").string() +
                          "\nlatest_summary=" + (output_root_of_tests() / "latest_summary.txt").string() + "\n");
   EXPECT_EQ(summary, summary_text(run_, paths_, file_age_seconds(run_.source)));
+  reference::Findings found = as_findings(run_);
+  found.prefix = (cwd() / "deep/er/x").string();
+  found.output_root = output_root_of_tests().string();
+  found.input_age_seconds = file_age_seconds(run_.source);
+  EXPECT_EQ(console, reference::closing_lines(found));
 }
 
 TEST_F(ReportSummary, AMissingCaptureHasAnAgeOfMinusOneAndNoWarning) {

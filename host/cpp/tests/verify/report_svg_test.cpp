@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "reference/reports.hpp"
+#include "support/as_findings.hpp"
 #include "support/failure.hpp"
 #include "support/tool_surroundings.hpp"
 
@@ -22,9 +24,16 @@ using Lines = std::vector<std::string>;
 
 class ReportSvg : public ToolSurroundings {
  protected:
+  /// The report, with the reference's beside it where it binds.
   std::string svg(const RunResult& run) {
     write_svg(cwd() / "out.svg", run);
-    return read_file(cwd() / "out.svg");
+    std::string text = read_file(cwd() / "out.svg");
+    const auto& centers = run.histogram.bin_center_ps;
+    const bool binds = has_reports(run) && centers.back() / 4 - centers.front() / 4 < std::int64_t{1} << 59;
+    if (binds) {
+      EXPECT_EQ(text, reference::svg_report(as_findings(run)));
+    }
+    return text;
   }
   std::string svg(const XcorrHistogram& histogram, std::int64_t offset_ps = 0) {
     RunResult run;
