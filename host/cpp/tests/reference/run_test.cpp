@@ -63,6 +63,7 @@ TEST(ReferenceRun, NamesEveryWayToFail) {
   EXPECT_EQ(run(settings, empty, 0).err, "vector::reserve\n");
   settings.bin_ps = 0;
   EXPECT_EQ(run(settings, empty, 0).err, "range_ps and bin_ps must be positive\n");
+  EXPECT_EQ(run(settings, empty, 0).exit_status, 64);
   settings.channel_b = 4;
   EXPECT_EQ(run(settings, empty, 0).err, "channels must be distinct and in 0..3\n");
   EXPECT_EQ(run(settings, empty, 0).exit_status, 64);

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "support/hostile_captures.hpp"
-#include "support/measured_run.hpp"
 #include "support/product_root.hpp"
 #include "support/strict_json.hpp"
 
@@ -62,11 +61,11 @@ class Ceilings : public ProductRoot {
   /// A run with settings that count hardly any pairs.
   void check(const std::string& name, const Cost& ceiling, int exit_status) const {
     const auto tool = [this](const std::vector<std::string>& arguments) {
-      return measured_run(ORVO_TEST_TOOL, arguments, cwd(), 3600);
+      return run_program(ORVO_TEST_TOOL, arguments, cwd(), 3600);
     };
-    const MeasuredRun idle = tool({"--help"});
-    const MeasuredRun run = tool({"c.tagcap", "0", "1", "--range=1", "--bin=1", "--out-prefix=r"});
-    EXPECT_EQ(run.result.exit_status, exit_status) << name << ": " << run.result.err;
+    const ProgramResult idle = tool({"--help"});
+    const ProgramResult run = tool({"c.tagcap", "0", "1", "--range=1", "--bin=1", "--out-prefix=r"});
+    EXPECT_EQ(run.exit_status, exit_status) << name << ": " << run.err;
     const auto size = static_cast<double>(fs::file_size(capture()));
     const double mib = size / static_cast<double>(kMiB);
     const auto bytes = static_cast<double>(run.peak_bytes - idle.peak_bytes);

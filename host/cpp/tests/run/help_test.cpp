@@ -61,7 +61,8 @@ TEST_F(Help, IsFoundWhereAFlagWouldHaveItsValue) {
 
 TEST_F(Help, IsNotAskedForByAnyOtherWord) {
   write_settings("range_ps=abc\n");
-  for (const char* word : {"--HELP", "-H", "--help=1", "-help", "--help ", "?", "/h", "help", ""}) {
+  for (const char* word : {"--HELP", "--Help", "-H", "--help=1", "--help=", "--helpme", "-help", "--help ", "-h ",
+                           "?", "/h", "h", "help", ""}) {
     EXPECT_EQ(seen(verify({word})), seen(1, "", "stoll\n")) << word;
   }
 }

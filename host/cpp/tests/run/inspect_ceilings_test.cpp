@@ -11,8 +11,8 @@
 
 #include "support/hostile_captures.hpp"
 #include "support/inspected_capture.hpp"
-#include "support/measured_run.hpp"
 #include "support/product_root.hpp"
+#include "support/run_program.hpp"
 
 namespace {
 
@@ -34,10 +34,10 @@ class InspectCeilings : public InspectedCapture {
     std::filesystem::resize_file(path(), static_cast<std::uintmax_t>(bytes));
   }
 
-  MeasuredRun inspected() const {
-    MeasuredRun run = measured_run(ORVO_TEST_INSPECTOR, {"c.tagcap", "--json", "r.json", "--html", "r.html"},
-                                   directory().path(), 3600);
-    EXPECT_EQ(run.result.exit_status, 0) << run.result.err;
+  ProgramResult inspected() const {
+    ProgramResult run = run_program(ORVO_TEST_INSPECTOR, {"c.tagcap", "--json", "r.json", "--html", "r.html"},
+                                    directory().path(), 3600);
+    EXPECT_EQ(run.exit_status, 0) << run.err;
     return run;
   }
 
@@ -47,9 +47,9 @@ class InspectCeilings : public InspectedCapture {
   void expect_bounded(const std::vector<HostileCapture>& captures, std::int64_t bytes, std::int64_t waiting) const {
     for (const HostileCapture& hostile : captures) {
       write_pieces(hostile.header, hostile.pieces, bytes);
-      const MeasuredRun small = inspected();
+      const ProgramResult small = inspected();
       write_pieces(hostile.header, hostile.pieces, 4 * bytes);
-      const MeasuredRun large = inspected();
+      const ProgramResult large = inspected();
       EXPECT_LE(large.cpu_seconds, 12 * small.cpu_seconds + 0.5) << hostile.name;
       if (kUnderAddressSanitizer) continue;
       EXPECT_LE(large.peak_bytes, small.peak_bytes + 4 * kMiB + 4 * waiting * bytes) << hostile.name;

@@ -1,7 +1,7 @@
 // Good captures of every encoding, damaged at random, as input of the built program: it ends by itself, prints
 // nothing but its own messages, and leaves complete reports or none.
 //
-// ORVO_MUTATION_ROUNDS sets how many captures are tried, ORVO_MUTATION_SEED the first seed; a failure names its seed.
+// A failure names its seed; see support/random.hpp for more rounds or other seeds.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "support/delta32_streams.hpp"
-#include "support/measured_run.hpp"
 #include "support/packed_streams.hpp"
 #include "support/product_root.hpp"
 #include "support/strict_json.hpp"
@@ -28,11 +27,6 @@ constexpr unsigned kMostCpuSeconds = kUnderAddressSanitizer ? 100 : 10;
 /// Per byte of the file, beyond what the program needs to print its help; see docs/robustness.md.
 constexpr std::int64_t kMostBytesPerByte = 200;
 constexpr std::int64_t kMostBytesAtAnySize = 32 << 20;
-
-std::uint64_t number_from(const char* variable, std::uint64_t otherwise) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
 
 std::string header_text(const std::string& format, const std::string& mode, std::uint64_t channel_mask,
                         const std::string& more) {
@@ -128,8 +122,8 @@ std::optional<std::int64_t> csv_total(const std::string& csv) {
 
 class Mutation : public ProductRoot {
  protected:
-  MeasuredRun run_tool(const std::vector<std::string>& arguments) {
-    return measured_run(ORVO_TEST_TOOL, arguments, cwd(), kMostCpuSeconds);
+  ProgramResult run_tool(const std::vector<std::string>& arguments) {
+    return run_program(ORVO_TEST_TOOL, arguments, cwd(), kMostCpuSeconds);
   }
 
   void check_reports(const std::string& out) {
@@ -172,36 +166,35 @@ class Mutation : public ProductRoot {
 
 TEST_F(Mutation, EveryRunEndsByItselfWithWholeReportsOrNone) {
   const std::int64_t base_bytes = run_tool({"--help"}).peak_bytes;
-  const std::uint64_t first = number_from("ORVO_MUTATION_SEED", 1);
+  const std::vector<std::uint64_t> tried = seeds(300);
   std::uint64_t finished = 0, tags_seen = 0;
-  const std::uint64_t rounds = number_from("ORVO_MUTATION_ROUNDS", 300);
-  for (std::uint64_t seed = first; seed < first + rounds && !HasFailure(); ++seed) {
-    SCOPED_TRACE("ORVO_MUTATION_SEED=" + std::to_string(seed) + " ORVO_MUTATION_ROUNDS=1");
+  for (const std::uint64_t seed : tried) {
+    if (HasFailure()) return;
+    SCOPED_TRACE("ORVO_TEST_SEED=" + std::to_string(seed));
     Random random(seed);
     const Bytes file = damaged_capture(random);
     clear();
     write_file(cwd() / "c.tagcap", file);
     const auto a = random.below(4);
-    const MeasuredRun run = run_tool({"c.tagcap", std::to_string(a), std::to_string((a + random.between(1, 3)) % 4),
-                                      "--range=" + std::to_string(random.between(1, 60'000)),
-                                      "--bin=" + std::to_string(random.between(20, 2'000)), "--out-prefix=r"});
+    const ProgramResult run = run_tool({"c.tagcap", std::to_string(a), std::to_string((a + random.between(1, 3)) % 4),
+                                        "--range=" + std::to_string(random.between(1, 60'000)),
+                                        "--bin=" + std::to_string(random.between(20, 2'000)), "--out-prefix=r"});
     EXPECT_TRUE(read_file(cwd() / "c.tagcap") == std::string(file.begin(), file.end())) << "the capture was changed";
-    if (run.result.exit_status == 0) {
-      EXPECT_EQ(run.result.err, "");
-      check_reports(run.result.out);
+    if (run.exit_status == 0) {
+      EXPECT_EQ(run.err, "");
+      check_reports(run.out);
       ++finished;
-      tags_seen += value_of(run.result.out, "decoded_tags") != "0" ? 1 : 0;
+      tags_seen += value_of(run.out, "decoded_tags") != "0" ? 1 : 0;
     } else {
-      check_failure(run.result);
+      check_failure(run);
     }
     if (!kUnderAddressSanitizer) {
       const auto ceiling = kMostBytesAtAnySize + kMostBytesPerByte * static_cast<std::int64_t>(file.size());
       EXPECT_LE(run.peak_bytes - base_bytes, ceiling) << "for " << file.size() << " bytes";
     }
   }
-  if (rounds < 100) return;
-  EXPECT_GT(finished, rounds / 2) << "the damage is so heavy that little is left to decode";
-  EXPECT_GT(tags_seen, rounds / 3);
+  EXPECT_GT(finished, tried.size() / 2) << "the damage is so heavy that little is left to decode";
+  EXPECT_GT(tags_seen, tried.size() / 3);
 }
 
 }  // namespace

@@ -14,17 +14,7 @@ namespace {
 
 using namespace orvo::test;
 
-class OutputNaming : public ProductRoot {
- protected:
-  // The file name part of the prefix announced for an input of that name.
-  std::string base_name(const std::string& input, const std::string& a = "0", const std::string& b = "1") {
-    const ProgramResult result = verify({input, a, b});
-    const auto from = result.out.find("\nOutput: ");
-    const auto to = result.out.rfind(".[csv|json|svg]\n");
-    if (from == result.out.npos || to == result.out.npos) return "no output line";
-    return fs::path(result.out.substr(from + 9, to - from - 9)).filename().string();
-  }
-};
+using OutputNaming = ProductRoot;
 
 TEST_F(OutputNaming, TheRunDirectoryLiesInTheOutputRoot) {
   write_file(cwd() / "run 07.tagcap", pairs_capture());
@@ -64,37 +54,6 @@ TEST_F(OutputNaming, TheDirectoryIsMadeEvenIfTheRunFails) {
 TEST_F(OutputNaming, AConfiguredPrefixMakesNoRunDirectory) {
   EXPECT_EQ(verify({"none", "--out-prefix=a/o"}).exit_status, 1);
   EXPECT_EQ(files(), FileTree{});
-}
-
-TEST_F(OutputNaming, TheBaseNameIsTheStemMadeSafe) {
-  EXPECT_EQ(base_name("run_07.tagcap"), "run_07_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("capture.b2.tagcap"), "capture_b2_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("Az09_-.x"), "Az09_-_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("a b+c#(d)~e,f:g.tagcap"), "a_b_c__d__e_f_g_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("noextension"), "noextension_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("dir.d/x.y"), "x_xcorr_ch0_ch1");
-}
-
-TEST_F(OutputNaming, EveryByteAbove127BecomesOneUnderscore) {
-  EXPECT_EQ(base_name("caf\xC3\xA9.tagcap"), "caf___xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("\xFF\x80z.tagcap"), "__z_xcorr_ch0_ch1");
-}
-
-TEST_F(OutputNaming, NamesOfDotsFollowTheRuleOfTheStem) {
-  EXPECT_EQ(base_name(".tagcap"), "_tagcap_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("..tagcap"), "__xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("x."), "x_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name("."), "__xcorr_ch0_ch1");
-  EXPECT_EQ(base_name(".."), "___xcorr_ch0_ch1");
-}
-
-TEST_F(OutputNaming, AnEmptyFileNameBecomesStreamFile) {
-  EXPECT_EQ(base_name("somewhere/"), "stream_file_xcorr_ch0_ch1");
-  EXPECT_EQ(base_name(""), "stream_file_xcorr_ch0_ch1");
-}
-
-TEST_F(OutputNaming, ChannelsStandAsConfigured) {
-  EXPECT_EQ(base_name("c.tagcap", "3", "0"), "c_xcorr_ch3_ch0");
 }
 
 TEST_F(OutputNaming, TheOutputRootDoesNotMoveWithTheCurrentDirectory) {

@@ -95,43 +95,4 @@ TEST_F(CaptureFiles, CannotBeCreatedInAMissingDirectory) {
   EXPECT_EQ(failure(path), "cannot create " + path.string());
 }
 
-TEST_F(CaptureFiles, ReplaceTheFileBehindALink) {
-  write_file(directory_ / "real.tagcap", "earlier");
-  fs::create_symlink("real.tagcap", path_);
-  CaptureFile(path_, {}).complete(0);
-  EXPECT_TRUE(fs::is_symlink(path_));
-  EXPECT_THAT(read_file(directory_ / "real.tagcap"), StartsWith("TAGCAP1\n"));
-}
-
-TEST_F(CaptureFiles, GoAwayWhenTheProgramIsInterrupted) {
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      ::signal(number, SIG_DFL);  // in the background it may be ignored
-      CaptureFile file(path_, {});
-      ::raise(number);
-      ::_exit(0);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number);
-    EXPECT_EQ(files(), 0u);
-  }
-}
-
-TEST_F(CaptureFiles, OutliveASignalThatIsIgnored) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::signal(SIGHUP, SIG_IGN);
-    CaptureFile file(path_, {});
-    ::raise(SIGHUP);
-    file.complete(0);
-    ::_exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_TRUE(fs::exists(path_));
-}
-
 }  // namespace

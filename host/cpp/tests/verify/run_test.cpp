@@ -45,6 +45,11 @@ TEST_F(Run, HelpIsPrintedBeforeAnythingElseHappens) {
   EXPECT_EQ(err_, "");
 }
 
+TEST_F(Run, HelpIsNotAskedForWithoutAnyWord) {
+  const char* const argv[] = {"--help"};
+  EXPECT_FALSE(help_requested(0, argv));
+}
+
 TEST_F(Run, VerifiesASyntheticCaptureWhenThereIsNoOther) {
   const std::string synthetic = in_cwd("VRN-B/logs/stream_file_verify/verification/synthetic_raw64_xcorr.tagcap");
   EXPECT_EQ(start({"--out-prefix=o"}), 0);
