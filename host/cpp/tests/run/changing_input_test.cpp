@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/delta32_payload.hpp"
 #include "support/hostile_captures.hpp"
 #include "support/product_root.hpp"
 #include "support/stopped_amid.hpp"
@@ -20,29 +21,83 @@ namespace {
 using namespace orvo::test;
 
 constexpr std::uintmax_t kGapBytes = 128 << 20;
+/// Makes a delta32 capture too long for lists: at most one tag in 4 bytes, 8 bytes a tag.
+constexpr std::uintmax_t kGapBytesOfPasses = 264 << 20;
 
 class ChangingInput : public ProductRoot {
  protected:
   fs::path capture() const { return cwd() / "c.tagcap"; }
 
+  /// What comes before the gap, the size up to its end, what comes after it, and how often the tool starts over
+  /// before it is stopped within the gap.
+  struct Capture {
+    Bytes start;
+    std::uintmax_t gap_end_bytes = kGapBytes;
+    Bytes rest;
+    int rewinds = 0;
+  };
+
   /// Two tags, a gap without tags that takes no disk space, two tags.
-  void write_capture() const {
+  virtual Capture content() const {
     const Bytes pair = cf_record(0, 1000, 0) + cf_record(1, 1001, 180);
-    write_file(capture(), capture_bytes(raw64_header("raw_cf"), pair));
-    fs::resize_file(capture(), kGapBytes);
-    std::ofstream out(capture(), std::ios::binary | std::ios::app);
-    out.write(reinterpret_cast<const char*>(pair.data()), static_cast<std::streamsize>(pair.size()));
+    return {capture_bytes(raw64_header("raw_cf"), pair), kGapBytes, pair, 0};
   }
 
-  /// Runs the tool and does something to the capture while the tool is within the gap.
-  int run_and(std::function<void()> change) const {
-    return run_stopped_amid({.words = {ORVO_TEST_TOOL, "c.tagcap", "--out-prefix=r"},
-                             .directory = cwd(),
-                             .file = capture(),
-                             .from = 1 << 20,
-                             .to = kGapBytes - (8 << 20),
-                             .prepare = [this] { write_capture(); },
-                             .meanwhile = std::move(change)});
+  void append(const Bytes& more) const {
+    std::ofstream out(capture(), std::ios::binary | std::ios::app);
+    out.write(reinterpret_cast<const char*>(more.data()), static_cast<std::streamsize>(more.size()));
+  }
+
+  void write_capture() const {
+    const Capture parts = content();
+    write_file(capture(), parts.start);
+    fs::resize_file(capture(), parts.gap_end_bytes);
+    append(parts.rest);
+  }
+
+  /// Runs the tool and does something to the capture while the tool is within the gap; exit status 126 if it was
+  /// never seen there.
+  int run_and(const std::function<void()>& change) const {
+    for (int attempt = 0; attempt < 20; ++attempt) {
+      write_capture();
+      const pid_t tool = ::fork();
+      if (tool == 0) {
+        if (::chdir(cwd().c_str()) != 0 || ::dup2(::open("/dev/null", O_WRONLY), 1) < 0) ::_exit(125);
+        ::execl(ORVO_TEST_TOOL, ORVO_TEST_TOOL, "c.tagcap", "--out-prefix=r", nullptr);
+        ::_exit(127);
+      }
+      const bool caught = stop_amid_gap(tool);
+      if (caught) change();
+      ::kill(tool, SIGCONT);
+      int status = 0;
+      ::waitpid(tool, &status, 0);
+      if (caught) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    return 126;
+  }
+
+ private:
+  bool stop_amid_gap(pid_t tool) const {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const Capture parts = content();
+    int rewinds = 0;
+    bool past_middle = false;
+    while (std::chrono::steady_clock::now() < deadline) {
+      const std::uint64_t position = position_in(tool, capture());
+      const bool in_second_half = position > parts.gap_end_bytes / 2;
+      if (past_middle && !in_second_half) ++rewinds;
+      past_middle = in_second_half;
+      if (position > (1 << 20) && rewinds == parts.rewinds) {
+        ::kill(tool, SIGSTOP);
+        int status = 0;
+        if (::waitpid(tool, &status, WUNTRACED) != tool || !WIFSTOPPED(status)) return false;
+        return position_in(tool, capture()) < parts.gap_end_bytes - (8 << 20);
+      }
+      siginfo_t ended = {};
+      if (::waitid(P_PID, static_cast<id_t>(tool), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 || ended.si_pid != 0)
+        return false;
+    }
+    return false;
   }
 };
 
@@ -71,13 +126,56 @@ TEST_F(ChangingInput, ACaptureThatIsReplacedIsStillTheOneThatWasOpened) {
 }
 
 TEST_F(ChangingInput, ACaptureThatGrowsIsReadToItsNewEnd) {
-  EXPECT_EQ(run_and([this] {
-              const Bytes more = cf_record(2, 2000, 0);
-              std::ofstream out(capture(), std::ios::binary | std::ios::app);
-              out.write(reinterpret_cast<const char*>(more.data()), static_cast<std::streamsize>(more.size()));
-            }),
-            0);
+  EXPECT_EQ(run_and([this] { append(cf_record(2, 2000, 0)); }), 0);
   EXPECT_THAT(read_file(cwd() / "r.summary.txt"), testing::HasSubstr("\ndecoded_tags=5\n"));
+}
+
+Bytes delta32_pair(std::uint64_t time_ps) {
+  return d32_base(time_ps) + d32_event(0, 0) + d32_base(time_ps + 123) + d32_event(1, 0);
+}
+
+/// A capture so long that an offset is estimated in passes over it. The tool is stopped in the second one: what it
+/// then finds is no longer what the first one has seen, and it starts over with lists.
+class InputChangingBetweenPasses : public ChangingInput {
+ protected:
+  Capture content() const override {
+    const Bytes start = capture_bytes(R"({"stream_format":"delta32"})", delta32_pair(1'000'000));
+    return {start, kGapBytesOfPasses, delta32_pair(9'000'000), 1};
+  }
+  void expect_summary(const std::string& counts, const std::string& offset) const {
+    EXPECT_THAT(read_file(cwd() / "r.summary.txt"), testing::HasSubstr(counts));
+    EXPECT_THAT(read_file(cwd() / "r.json"), testing::HasSubstr("\"offset_ps\":" + offset + ","));
+  }
+  /// The reports that do not tell the time are those of a run over the capture as it is now.
+  void expect_reports_of_the_capture_now() const {
+    EXPECT_EQ(run_program({ORVO_TEST_TOOL, {"c.tagcap", "--out-prefix=now"}, cwd(), {}, {}}).exit_status, 0);
+    for (const char* report : {".csv", ".json"}) {
+      EXPECT_EQ(read_file(cwd() / ("r" + std::string(report))), read_file(cwd() / ("now" + std::string(report))));
+    }
+  }
+};
+
+TEST_F(InputChangingBetweenPasses, ACaptureThatIsLeftAloneGivesItsPairs) {
+  EXPECT_EQ(run_and([] {}), 0);
+  expect_summary("\ndecoded_tags=4\nch0=2\nch1=2\ncoincidences=2\n", "123");
+}
+
+TEST_F(InputChangingBetweenPasses, ACaptureThatGrewCountsToItsNewEnd) {
+  EXPECT_EQ(run_and([this] { append(delta32_pair(12'000'000) + delta32_pair(15'000'000)); }), 0);
+  expect_summary("\ndecoded_tags=8\nch0=4\nch1=4\ncoincidences=4\n", "123");
+  expect_reports_of_the_capture_now();
+}
+
+TEST_F(InputChangingBetweenPasses, ATruncatedCaptureCountsToItsNewEnd) {
+  EXPECT_EQ(run_and([this] { fs::resize_file(capture(), content().start.size()); }), 0);
+  expect_summary("\ndecoded_tags=2\nch0=1\nch1=1\ncoincidences=1\n", "123");
+  expect_reports_of_the_capture_now();
+}
+
+TEST_F(InputChangingBetweenPasses, ACaptureThatIsReplacedIsStillTheOneThatWasOpened) {
+  write_file(cwd() / "other.tagcap", single_pair_capture());
+  EXPECT_EQ(run_and([this] { fs::rename(cwd() / "other.tagcap", capture()); }), 0);
+  expect_summary("\ndecoded_tags=4\nch0=2\nch1=2\ncoincidences=2\n", "123");
 }
 
 /// Everything that a run could change about a file, and the time of the last change.
