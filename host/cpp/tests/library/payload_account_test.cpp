@@ -230,6 +230,32 @@ TEST(PayloadAccount, BitsBeforeANarrowBreakingRecordGoBackToo) {
   EXPECT_EQ(capture.pending(), 8u);
 }
 
+/// Records of 4 bits from bit 3 on; the third costs the lock. The search goes on from the byte that it ends in: 7
+/// bits are looked at again, the third record's 4 and 3 of the one before.
+Accounted broken_at_third_record(const PackedWriter& payload) {
+  Accounted capture = packed({.channel_mask = 0x1, .delta_bits = 1});
+  capture.decoder.packed_locked = true;
+  capture.decoder.bit_offset = 3;
+  capture.decoder.pk_has_time[0] = true;
+  capture.feed(payload.bytes());
+  EXPECT_EQ(capture[PayloadClass::broken_records], 0u);
+  EXPECT_EQ(capture.account.framings_lost(LossReason::inactive_channel), 1u);
+  return capture;
+}
+
+TEST(PayloadAccount, BitsThatASearchLooksAtAgainAreTakenFromTheRecordBeforeTheBrokenOne) {
+  const auto start = [] { return PackedWriter(1).zeros(3).data(0, 1); };
+  for (const unsigned more_bytes : {0u, 16u}) {  // with and without room for loads of 8 bytes
+    const Accounted after_tag = broken_at_third_record(start().data(0, 1).data(3, 0).zeros(8 * more_bytes));
+    EXPECT_EQ(after_tag.tags.size(), 2u);
+    EXPECT_EQ(after_tag[PayloadClass::data], 5u);
+    const Accounted after_overflow = broken_at_third_record(start().overflow(0, 0).data(3, 0).zeros(8 * more_bytes));
+    EXPECT_EQ(after_overflow.tags.size(), 1u);
+    EXPECT_EQ(after_overflow[PayloadClass::data], 4u);
+    EXPECT_EQ(after_overflow[PayloadClass::overflow], 1u);
+  }
+}
+
 TEST(PayloadAccount, WhatNarrowRecordsReadInThePaddingIsNoLossOfASoundCapture) {
   Accounted capture = packed({.channel_mask = 0x1, .delta_bits = 3});
   capture.decoder.packed_locked = true;

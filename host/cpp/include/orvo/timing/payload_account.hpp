@@ -37,14 +37,17 @@ class PayloadAccount : public NoObserver {
  public:
   /// `header` as the decoder has it. The listener must outlive the account.
   PayloadAccount(const StreamFileHeader& header, Listener& listener)
-      : format_(header.stream_format), record_size_(record_size(header)), listener_(listener) {}
+      : format_(header.stream_format),
+        tag_class_(tag_class(format_)),
+        record_size_(record_size(header)),
+        listener_(listener) {}
 
   /// 1 for bytes, 8 for the bits of a packed payload.
   std::uint64_t units_per_byte() const { return format_ == StreamFormat::packed_delta ? 8 : 1; }
   /// What is accounted for in a class, without what the decoder still holds.
   std::uint64_t size(PayloadClass what) const {
     const std::uint64_t counted = state_.sizes[static_cast<std::size_t>(what)];
-    return what == tag_class() ? counted + record_size_ * tags() : counted;
+    return what == tag_class_ ? counted + record_size_ * tags() : counted;
   }
   /// What the decoder holds.
   std::uint64_t pending(const StreamDecoder& decoder) const {
@@ -90,7 +93,10 @@ class PayloadAccount : public NoObserver {
   // What decoders tell, see payload_observer.hpp.
   void begin_chunk() { chunk_begin_ = state_; }
   void discard_chunk() { state_ = chunk_begin_; }
-  void tag(unsigned channel) { ++state_.tags[channel]; }
+  void tag(unsigned channel) {
+    ++state_.tags[channel];
+    state_.tag_since_last = true;
+  }
   void anchored(unsigned channel) {
     if (adrift_[channel]) end_drift(channel);
   }
@@ -123,7 +129,7 @@ class PayloadAccount : public NoObserver {
     std::uint64_t untimed_at_start = 0;
     std::optional<std::uint64_t> last_untimed_lost;  // its position
     Item last;                                       // the last item that was no tag
-    std::uint64_t tags_before_last = 0;
+    bool tag_since_last = false;
     PayloadClass before_last = PayloadClass::pending;
   };
 
@@ -132,9 +138,9 @@ class PayloadAccount : public NoObserver {
     if (header.stream_format == StreamFormat::delta32) return 4;
     return (header.delta_bits == 0 ? 16u : header.delta_bits) + 3u;
   }
-  PayloadClass tag_class() const {
-    if (format_ == StreamFormat::raw64) return PayloadClass::records;
-    return format_ == StreamFormat::delta32 ? PayloadClass::events : PayloadClass::data;
+  static PayloadClass tag_class(StreamFormat format) {
+    if (format == StreamFormat::raw64) return PayloadClass::records;
+    return format == StreamFormat::delta32 ? PayloadClass::events : PayloadClass::data;
   }
   std::uint64_t& counted(PayloadClass what) { return state_.sizes[static_cast<std::size_t>(what)]; }
 
@@ -160,6 +166,7 @@ class PayloadAccount : public NoObserver {
   }
 
   StreamFormat format_;
+  PayloadClass tag_class_;
   std::uint64_t record_size_;
   Listener& listener_;
   State state_;
@@ -182,9 +189,9 @@ template <class Listener>
 void PayloadAccount<Listener>::passed(PayloadClass what, std::uint64_t size) {
   if (size == 0) return;
   if (what == PayloadClass::skipped && !open_) open_loss(LossReason::foreign);
-  state_.before_last = tags() != state_.tags_before_last ? tag_class() : state_.last.what;
+  state_.before_last = state_.tag_since_last ? tag_class_ : state_.last.what;
   state_.last = {what, size};
-  state_.tags_before_last = tags();
+  state_.tag_since_last = false;
   counted(what) += size;
 }
 
