@@ -18,6 +18,7 @@ endfunction()
 # <folder>_tests is one program of all <name>_test.cpp of a folder, each of whose cases is a CTest entry. Its sources are
 # compiled several at a time. <folder>_<name>_test, which is built only when it is asked for, is the program of one file:
 # ninja <folder>_<name>_test takes seconds. Cases that share the product root on disk run one after the other.
+# LONG are those whose cases take longer with ORVO_TEST_OPTIONS than they save in compiling.
 function(orvo_add_tests folder)
   cmake_parse_arguments(PARSE_ARGV 1 tests "SHARES_PRODUCT_ROOT;NOT_UNDER_VALGRIND;LONG" "" "LIBRARIES")
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp")
@@ -46,7 +47,9 @@ endfunction()
 function(orvo_add_test_program name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE orvo_test_settings ${tests_LIBRARIES})
-  if(NOT tests_LONG)
+  if(tests_LONG AND ORVO_TEST_OPTIONS)
+    target_precompile_headers(${name} REUSE_FROM orvo_long_test_headers)
+  else()
     target_compile_options(${name} PRIVATE ${ORVO_TEST_OPTIONS})
     target_precompile_headers(${name} REUSE_FROM orvo_test_headers)
   endif()

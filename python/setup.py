@@ -1,5 +1,6 @@
 """The package and its extension module; everything else is in pyproject.toml."""
 
+import os
 import re
 from pathlib import Path
 
@@ -26,7 +27,7 @@ setup(
             include_dirs=[str(HEADERS)],
             depends=[str(path) for path in [*HERE.glob("src/*.hpp"), *HEADERS.rglob("*.hpp")]],
             cxx_std=20,
-            extra_compile_args=["-O3", "-g0"],
+            extra_compile_args=["-g0"] if "-O" in os.environ.get("CFLAGS", "") else ["-g0", "-O3"],
         )
     ],
 )

@@ -73,12 +73,13 @@ configure() {
     printf '%s\n' "$root" >"$tree/configured_for"
 }
 
-# build PRESET [TARGET]: configures the tree first if necessary; two builds of one tree wait for each other.
+# build PRESET [TARGET...]: configures the tree first if necessary; two builds of one tree wait for each other.
 # Every step is chained, because a caller that tests the status turns errexit off in here.
 build() {
-  local preset=$1 target=${2:-all}
+  local preset=$1
+  shift
   mkdir -p -- "$root/build" && (
     if command -v flock >/dev/null; then flock 9 || exit; fi
-    configure "$preset" 9>&- && cmake --build "$root/build/$preset" --target "$target" 9>&-
+    configure "$preset" 9>&- && cmake --build "$root/build/$preset" --target "${@:-all}" 9>&-
   ) 9>"$root/build/.$preset.lock" </dev/null
 }

@@ -8,7 +8,7 @@ readonly debian_python=/usr/bin/python3
 
 # What the package and its tests need: one line each.
 need_for_python() {
-  need_gcc && need_build_tools && need_for_programs
+  need_for_preset dev
   local -x PATH=/usr/bin:$PATH
   need_command python3-dev "Python, 3.11 or newer, with its headers" python3-config
   need_header pybind11-dev "pybind11" pybind11/pybind11.h
@@ -28,18 +28,23 @@ need_for_python() {
   want need_python_module python3-matplotlib "Matplotlib" matplotlib
 }
 
-# pytest_with PRESET [PYTEST ARGUMENT...]: the tests, against the package of that build tree and beside the programs of
-# the build tree "python".
+# Beside the programs of dev, which the other suites need anyway.
+build_for_python() {
+  build dev vq_verify_stream_file_xcorr vq_simulate_stream_file vq_convert_stream_file vq_inspect_stream_file &&
+    build "$1" orvo_timing_python
+}
+
+# pytest_with PRESET [PYTEST ARGUMENT...]: the tests, against the package of that build tree.
 pytest_with() {
   local preset=$1
   shift
   (cd -- "$root/python/tests" &&
-    PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$root/build/$preset/python ORVO_TIMING_PROGRAMS=$root/build/python/bin \
+    PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$root/build/$preset/python ORVO_TIMING_PROGRAMS=$root/build/dev/bin \
       "$debian_python" -m pytest -p no:cacheprovider "$@")
 }
 
 run_python() {
-  build python && ORVO_TEST_WHEEL=1 pytest_with python
+  build_for_python python && ORVO_TEST_WHEEL=1 pytest_with python
 }
 
 # The sanitizer looks for what throws when it starts, and finds it only in a C++ library that is there by then.
@@ -47,7 +52,7 @@ run_python() {
 # tests can measure. Left out: mypy and Jupyter, which are not under test, and a time that this build cannot keep.
 run_python_sanitized() {
   local runtimes
-  build python && build python-sanitize orvo_timing_python &&
+  build_for_python python-sanitize &&
     runtimes="$(g++ -print-file-name=libasan.so) $(g++ -print-file-name=libstdc++.so)" &&
     LD_PRELOAD=$runtimes ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=8 pytest_with python-sanitize \
       --deselect test_documentation.py::test_types_are_clean --ignore test_notebook.py \

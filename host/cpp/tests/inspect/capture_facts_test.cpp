@@ -13,6 +13,7 @@
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/tag_sink.hpp"
 #include "reference/capture_facts.hpp"
+#include "support/random.hpp"
 
 namespace {
 
@@ -95,14 +96,14 @@ void compare(std::uint64_t seed, bool hostile, std::uint64_t most_tags = 1'000) 
 }
 
 TEST(CaptureFacts, AreThoseOfTheSlowWay) {
-  for (std::uint64_t seed = 0; seed < 150; ++seed) {
+  for (std::uint64_t seed = 0; seed < orvo::test::rounds(150); ++seed) {
     compare(seed, false);
     if (HasFailure()) FAIL() << "seed " << seed;
   }
 }
 
 TEST(CaptureFacts, AreThoseOfTheSlowWayForTimesOfAnySize) {
-  for (std::uint64_t seed = 0; seed < 50; ++seed) {
+  for (std::uint64_t seed = 0; seed < orvo::test::rounds(50); ++seed) {
     compare(seed, true);
     if (HasFailure()) FAIL() << "seed " << seed;
   }
@@ -110,7 +111,7 @@ TEST(CaptureFacts, AreThoseOfTheSlowWayForTimesOfAnySize) {
 
 // Longer ones, in which most blocks hold nothing special.
 TEST(CaptureFacts, AreThoseOfTheSlowWayWhereTagsAreMany) {
-  for (std::uint64_t seed = 0; seed < 40; ++seed) {
+  for (std::uint64_t seed = 0; seed < orvo::test::rounds(40); ++seed) {
     compare(seed, false, 60'000);
     if (HasFailure()) FAIL() << "seed " << seed;
   }
@@ -124,7 +125,7 @@ orvo::timing::StreamFileHeader raw64() {
 
 // What a block says at once is what its tags say one after the other.
 TEST(StreamOrder, OfBlocksIsThatOfSingleTags) {
-  for (std::uint64_t seed = 0; seed < 40; ++seed) {
+  for (std::uint64_t seed = 0; seed < orvo::test::rounds(40); ++seed) {
     std::mt19937_64 random(seed);
     std::vector<SeenTag> tags = stream(random, seed % 4 == 0, 30'000);
     for (SeenTag& tag : tags) {

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <vector>
 
+#include "support/random.hpp"
 #include "support/simulated_correlation.hpp"
 
 namespace {
@@ -72,21 +73,23 @@ TEST(CorrelationSignificance, WhereNothingIsExpectedIsNone) {
   }
 }
 
-/// Of unrelated light, how often a probability below `limit` comes out in 400 recordings.
-int unlikely_recordings(double background, double limit) {
+/// Of unrelated light, how often a probability below `limit` comes out in so many recordings, of peaks and of dips.
+double unlikely_share(double background, double limit, std::uint64_t recordings) {
   int unlikely = 0;
-  for (std::uint64_t seed = 0; seed < 400; ++seed) {
+  for (std::uint64_t seed = 0; seed < recordings; ++seed) {
     const CorrelationBins bins = drawn_bins({.background = background, .bins = 301}, seed);
     for (const CorrelationSide side : {CorrelationSide::peak, CorrelationSide::dip})
       unlikely += window_significance(bins, correlation_background(bins), side).probability.ln < std::log(limit);
   }
-  return unlikely;
+  return unlikely / (2 * static_cast<double>(recordings));
 }
 
 TEST(CorrelationSignificance, OfUnrelatedLightIsNeverTooHigh) {
+  const std::uint64_t recordings = orvo::test::rounds(400);
+  const double tried = 2 * static_cast<double>(recordings);
   for (const double background : {0.05, 5.0, 5000.0}) {
-    EXPECT_LE(unlikely_recordings(background, 0.1), 800 * 0.1 + 3 * std::sqrt(800 * 0.1)) << background;
-    EXPECT_LE(unlikely_recordings(background, 0.01), 800 * 0.01 + 3 * std::sqrt(800 * 0.01)) << background;
+    EXPECT_LE(unlikely_share(background, 0.1, recordings), 0.1 + 3 * std::sqrt(0.1 / tried)) << background;
+    EXPECT_LE(unlikely_share(background, 0.01, recordings), 0.01 + 3 * std::sqrt(0.01 / tried)) << background;
   }
 }
 

@@ -169,29 +169,29 @@ void try_any_tags(const orvo::timing::StreamFileHeader& header, unsigned shift, 
 
 TEST(TagEncoder, DecodesToWhateverItDoesNotRefuseInRaw64) {
   Outcome outcome;
-  for (std::uint64_t seed = 0; seed < 400 && !HasFatalFailure() && !HasNonfatalFailure(); ++seed) {
+  for (std::uint64_t seed = 0; seed < rounds(400) && !HasFatalFailure() && !HasNonfatalFailure(); ++seed) {
     SCOPED_TRACE(seed);
     try_any_tags(raw64_header(seed % 2 == 0 ? "ps" : "raw_cf"), 0, seed, outcome);
   }
   EXPECT_EQ(outcome.not_aligned, 0u);
-  EXPECT_GT(outcome.tags, 20'000u);
-  EXPECT_GT(outcome.refused_tags, 5'000u);
+  EXPECT_GT(outcome.tags, rounds(20'000));
+  EXPECT_GT(outcome.refused_tags, rounds(5'000));
 }
 
 TEST(TagEncoder, DecodesToWhateverItDoesNotRefuseInDelta32) {
   Outcome outcome;
-  for (std::uint64_t seed = 0; seed < 400 && !HasFatalFailure() && !HasNonfatalFailure(); ++seed) {
+  for (std::uint64_t seed = 0; seed < rounds(400) && !HasFatalFailure() && !HasNonfatalFailure(); ++seed) {
     SCOPED_TRACE(seed);
     try_any_tags(delta32_header(), 0, seed, outcome);
   }
   EXPECT_EQ(outcome.not_aligned, 0u);
-  EXPECT_GT(outcome.tags, 40'000u);
-  EXPECT_GT(outcome.refused_tags, 500u);
+  EXPECT_GT(outcome.tags, rounds(40'000));
+  EXPECT_GT(outcome.refused_tags, rounds(500));
 }
 
 TEST(TagEncoder, DecodesToWhateverItDoesNotRefuseInPackedDelta) {
   Outcome outcome;
-  for (std::uint64_t seed = 0; seed < 1'600 && !HasFatalFailure() && !HasNonfatalFailure(); ++seed) {
+  for (std::uint64_t seed = 0; seed < rounds(1'600) && !HasFatalFailure() && !HasNonfatalFailure(); ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
     PackedForm form;
@@ -202,9 +202,9 @@ TEST(TagEncoder, DecodesToWhateverItDoesNotRefuseInPackedDelta) {
     form.mode = random.below(2) == 0 ? orvo::timing::StreamMode::internal : orvo::timing::StreamMode::external;
     try_any_tags(packed_header(form), shift, seed, outcome);
   }
-  EXPECT_GT(outcome.captures, 800u);
-  EXPECT_GT(outcome.tags, 100'000u);
-  EXPECT_GT(outcome.refused_tags, 500u);
+  EXPECT_GT(outcome.captures, rounds(800));
+  EXPECT_GT(outcome.tags, rounds(100'000));
+  EXPECT_GT(outcome.refused_tags, rounds(500));
 }
 
 }  // namespace

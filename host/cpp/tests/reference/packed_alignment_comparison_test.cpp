@@ -114,12 +114,12 @@ class PackedAlignmentAgainstReference : public testing::Test {
 
 TEST_F(PackedAlignmentAgainstReference, SmallWindows) {
   Random random(3401);
-  for (std::uint64_t i = 0; i < 102'000 * rounds() && !HasFatalFailure(); ++i) {
+  for (std::uint64_t i = 0; i < rounds(102'000) && !HasFatalFailure(); ++i) {
     Window window = random_window(random, static_cast<std::uint8_t>(i % 16), window_size(random));
     window.setup.channel_mask |= random.one_in(20) ? random.byte() & 0xF0u : 0;  // bits that name no channel
     compare(window);
   }
-  const std::uint64_t often = 500 * rounds();
+  const std::uint64_t often = rounds(500);
   EXPECT_GT(outcomes_.found_at_once, often);
   EXPECT_GT(outcomes_.found_after_resets, often);
   EXPECT_GT(outcomes_.rejected, often);

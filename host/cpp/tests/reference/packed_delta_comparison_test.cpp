@@ -58,21 +58,21 @@ TEST_F(PackedDeltaAgainstReference, CleanStreamsGiveTheEncodedTimes) {
 TEST_F(PackedDeltaAgainstReference, ValidStreams) {
   Random random(3302);
   Totals totals;
-  for (int i = 0; totals.records < 1'200'000 * rounds() && !HasFatalFailure(); ++i) {
+  for (int i = 0; totals.records < rounds(1'200'000) && !HasFatalFailure(); ++i) {
     compare_on(valid_packed(random), random, i, totals);
   }
-  EXPECT_GT(totals.tags, 200'000 * rounds());
-  expect_often(totals, 5 * rounds(), {"locked", "drop implausible", "drop nonmonotonic", "reject internal"});
+  EXPECT_GT(totals.tags, rounds(200'000));
+  expect_often(totals, rounds(5), {"locked", "drop implausible", "drop nonmonotonic", "reject internal"});
 }
 
 TEST_F(PackedDeltaAgainstReference, HostileStreams) {
   Random random(3303);
   Totals totals;
-  for (int i = 0; totals.records < 1'200'000 * rounds() && !HasFatalFailure(); ++i) {
+  for (int i = 0; totals.records < rounds(1'200'000) && !HasFatalFailure(); ++i) {
     compare_on(hostile_packed(random), random, i, totals);
   }
-  EXPECT_GT(totals.tags, 200'000 * rounds());
-  expect_often(totals, 5 * rounds(),
+  EXPECT_GT(totals.tags, rounds(200'000));
+  expect_often(totals, rounds(5),
                {"locked", "no alignment", "drop inactive", "drop sync", "drop ovf", "drop implausible",
                 "drop nonmonotonic", "reject internal"});
 }
