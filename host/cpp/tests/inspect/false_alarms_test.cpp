@@ -2,7 +2,8 @@
 // said to be correlated, whatever the rates, their drifts, the reach and the encoding's grid.
 //
 // ORVO_SIMULATION_SEEDS sets how many captures there are, ORVO_SIMULATION_FIRST the first seed, so that a long run
-// can be continued. Then captures have up to 300,000 tags a channel and the search has its usual number of bins.
+// can be continued; ORVO_SIMULATION_TAGS how many tags a channel has at the most, ORVO_SIMULATION_BINS the exponent
+// of the search's bins, 0 for those of the program.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -70,12 +71,12 @@ TEST(FalseAlarms, OfUnrelatedChannelsAreRare) {
   constexpr int kQuick = 4;
   const int captures = simulation_setting("ORVO_SIMULATION_SEEDS", kQuick);
   const int first = simulation_setting("ORVO_SIMULATION_FIRST", 0);
-  const bool quick = captures <= kQuick;
+  const int bins = simulation_setting("ORVO_SIMULATION_BINS", 18);
+  const int most_tags = simulation_setting("ORVO_SIMULATION_TAGS", 10'000);
   int alarms = 0;
   for (int seed = first; seed < first + captures; ++seed) {
-    const UnrelatedCapture capture = drawn(static_cast<std::uint64_t>(seed), quick ? 10'000 : 3e5);
-    // As the program has them, with and without a reach that was asked for.
-    const unsigned exponent = quick ? 18 : capture.reach_ps ? 22 : 20;
+    const UnrelatedCapture capture = drawn(static_cast<std::uint64_t>(seed), most_tags);
+    const int exponent = bins > 0 ? bins : capture.reach_ps ? 22 : 20;  // else as the program has them
     const PairSearchSettings settings{capture.reach_ps, std::size_t{1} << exponent};
     bool alarm = false;
     double least_log10 = 0;
@@ -88,8 +89,8 @@ TEST(FalseAlarms, OfUnrelatedChannelsAreRare) {
                   std::string(to_text(verdict_of(finding))).c_str());
     }
     alarms += alarm ? 1 : 0;
-    if (quick) continue;
-    std::printf("seed %d: %.4g Hz, %.3g s, encoding %u, drift %.2f x %.2f, 2^%u, reach %.3g s, log10 p %.2f, %s\n",
+    if (captures <= kQuick) continue;
+    std::printf("seed %d: %.4g Hz, %.3g s, encoding %u, drift %.2f x %.2f, 2^%d, reach %.3g s, log10 p %.2f, %s\n",
                 seed, capture.rates_hz[0], capture.seconds, capture.encoding, capture.drift.depth,
                 capture.drift.cycles, exponent, static_cast<double>(capture.reach_ps.value_or(0)) / kSecondPs,
                 least_log10, alarm ? "ALARM" : "none");

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "inspect/delay_candidates.hpp"
+#include "inspect/like_peaks.hpp"
+#include "inspect/narrow_window.hpp"
 #include "orvo/timing/chance_pairs.hpp"
 #include "orvo/timing/correlation_background.hpp"
 #include "orvo/timing/correlation_bins.hpp"
@@ -22,70 +24,14 @@
 
 namespace {
 
-/// Counts the pairs of two channels in several windows at once: from lists, or in one pass over a capture.
-using CountWindows =
-    std::function<std::vector<orvo::timing::XcorrHistogram>(std::span<const orvo::timing::XcorrWindow>)>;
-
 /// What the search for the delay of two channels came to.
 struct FarDelay {
   std::optional<orvo::timing::XcorrWindow> view;  ///< about ten widths of the peak; none: no delay within reach
   LogProbability probability;                     ///< of the best place, all places within reach counted
-  std::optional<double> period_ps;                ///< pulsed light: the delay is ambiguous
+  bool ambiguous = false;                         ///< pulsed light: many delays are as likely
+  std::optional<double> period_ps;                ///< of the pulses, if it could be told
   DelayOverview overview;                         ///< of all delays within reach
 };
-
-/// The run of 1 to 256 bins that stands out most.
-struct NarrowWindow {
-  double middle_ps = 0;
-  double width_ps = 0;
-  std::size_t bins = 0;
-  LogProbability probability;  ///< of this run by itself
-  double excess = 0;           ///< pairs more than by chance
-};
-
-inline std::int64_t whole_ps(double value) {
-  constexpr double kMost = 9e18;
-  return static_cast<std::int64_t>(std::clamp(std::round(value), -kMost, kMost));
-}
-
-/// Bins of which `bins` make up twice `range_ps`, about `middle_ps`; fewer if they would be narrower than `least_ps`.
-inline orvo::timing::XcorrWindow view_of(double middle_ps, double range_ps, double bins, std::int64_t least_ps = 1) {
-  const double width_ps = std::max(std::ceil(2 * range_ps / bins), static_cast<double>(least_ps));
-  return {whole_ps(std::max(range_ps, width_ps)), whole_ps(width_ps), whole_ps(middle_ps)};
-}
-
-/// Against what chance gives per picosecond, or against what the window itself shows if that is more.
-inline NarrowWindow best_narrow_window(const orvo::timing::XcorrHistogram& histogram,
-                                       const orvo::timing::XcorrWindow& window, double chance_per_ps,
-                                       const orvo::timing::DifferenceGrid& differences) {
-  using namespace orvo::timing;
-  constexpr std::size_t kWidest = 256;
-  constexpr double kOffTheGrid = 1e-3;  // a stray tag is not infinitely improbable
-  std::vector<double> expected(histogram.counts.size());
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    const detail::BinSpan span = detail::bin_span(window, i);
-    const double share = differences.share(span.first + window.offset_ps, span.last + window.offset_ps);
-    expected[i] = chance_per_ps * static_cast<double>(span.last - span.first + 1) * std::max(share, kOffTheGrid);
-  }
-  const CorrelationBins bins = correlation_bins(histogram, window, std::move(expected));
-  const double level = std::max(correlation_background(bins).level, 1.0);
-  const detail::RunningSums counts(bins.counts);
-  const detail::RunningSums means(bins.expected);
-  NarrowWindow best;
-  for (std::size_t length = 1; length <= kWidest && length <= bins.size(); length *= 2) {
-    for (std::size_t first = 0; first + length <= bins.size(); ++first) {
-      const double count = counts.of(first, length);
-      const double mean = level * means.of(first, length);
-      if (count <= mean) continue;
-      const LogProbability p = poisson_at_least(count, mean);
-      if (best.bins != 0 && p.ln >= best.probability.ln) continue;
-      const double middle_ps = (bins.middle_ps[first] + bins.middle_ps[first + length - 1]) / 2;
-      best = {static_cast<double>(window.offset_ps) + middle_ps, static_cast<double>(length) * bins.bin_ps, length, p,
-              count - mean};
-    }
-  }
-  return best;
-}
 
 /// The views of the candidates: twice as wide as the bins they come from, 1024 bins each.
 inline std::vector<orvo::timing::XcorrWindow> candidate_views(const DelayCandidates& candidates,
@@ -98,7 +44,8 @@ inline std::vector<orvo::timing::XcorrWindow> candidate_views(const DelayCandida
   return views;
 }
 
-/// Narrows a view until the peak fills some of its bins, and returns one that shows it with its surroundings.
+/// Narrows a view until the peak fills some of its bins, and returns one that shows it with its surroundings. `peak`
+/// then is what the last view shows of it.
 inline orvo::timing::XcorrWindow close_view(NarrowWindow peak, double chance_per_ps, const CountWindows& count,
                                             const orvo::timing::DifferenceGrid& differences) {
   constexpr std::size_t kEnoughBins = 8;
@@ -139,6 +86,7 @@ inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGr
                                const orvo::timing::DifferenceGrid& differences = {}) {
   FarDelay result;
   result.period_ps = candidates.period_ps;
+  result.ambiguous = candidates.period_ps.has_value();
   result.overview = candidates.overview;
   const std::vector<orvo::timing::XcorrWindow> views =
       candidate_views(candidates, grid, differences.narrowest_bin_ps());
@@ -147,15 +95,20 @@ inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGr
   const auto bins = static_cast<double>(grid.bins);
   const double reach_ps = bins * static_cast<double>(grid.bin_ps);
   BestDelay best;
+  std::vector<NarrowWindow> windows;
   for (std::size_t i = 0; i < views.size(); ++i) {
     const DelayCandidate& candidate = candidates.best[i];
     const NarrowWindow window = best_narrow_window(histograms[i], views[i], candidate.chance_per_ps, differences);
     // Six pairs of channels; three windows beginning in each narrow bin, two in each folded one.
+    windows.push_back(window);
     take_if_better(best, candidate, window, 18 * reach_ps / static_cast<double>(views[i].bin_ps), 12 * bins);
   }
   result.probability.ln = std::min(best.ln_p, 0.0);
   if (!(result.probability.ln < std::log(kFalseAlarms))) return result;
   if (best.window.bins != 0) {
+    const double apart_ps = 8 * static_cast<double>(grid.bin_ps);
+    const double ln_limit = std::log(kFalseAlarms / (18 * reach_ps / static_cast<double>(views[0].bin_ps)));
+    result.ambiguous = result.ambiguous || is_one_of_many(best.window, windows, apart_ps, ln_limit);
     result.view = close_view(best.window, best.candidate->chance_per_ps, count, differences);
   } else {
     result.view = view_of(best.candidate->delay_ps, 5 * best.candidate->width_ps, 400);

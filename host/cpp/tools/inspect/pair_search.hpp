@@ -124,9 +124,13 @@ class PairSearch {
       take(finding, *far.view);
     }
     if (auto comb = comb_beside(finding)) return *comb;
-    if (!far.view || !finding.statistics.judgement.significant) return best_near(nothing);
-    finding.ambiguous = far.period_ps.has_value();
-    finding.period_ps = far.period_ps;
+    if (!far.view || !finding.statistics.judgement.significant) {
+      finding = best_near(nothing);
+    } else {
+      finding.ambiguous = far.ambiguous;
+      finding.period_ps = far.period_ps;
+    }
+    look_for_teeth(finding);
     return finding;
   }
 
@@ -207,6 +211,24 @@ class PairSearch {
         best = std::move(near);
     }
     return best;
+  }
+
+  /// A peak that stands between two like it, equally far on either side, is a tooth of a comb.
+  void look_for_teeth(PairFinding& finding) const {
+    const orvo::timing::PairStatistics& statistics = finding.statistics;
+    const auto& peak = statistics.judgement.peak;
+    const bool is_peak = statistics.judgement.verdict == orvo::timing::PairVerdict::peak;
+    if (!is_peak || !peak->place_ps || finding.period_ps) return;
+    const auto bin_ps = static_cast<double>(finding.view.bin_ps);
+    const double chance_per_ps = statistics.bins.expected[statistics.bins.size() / 2] / bin_ps;
+    const NarrowWindow tooth{static_cast<double>(finding.view.offset_ps) + peak->place_ps->value,
+                             peak->fwhm_ps ? 1.3 * peak->fwhm_ps->value : 2 * bin_ps, 1,
+                             statistics.judgement.probability, peak->pairs.value};
+    const auto count = [&](std::span<const XcorrWindow> windows) {
+      return source_.count(finding.channel_a, finding.channel_b, windows);
+    };
+    finding.period_ps = period_about(tooth, chance_per_ps, count);
+    finding.ambiguous = finding.ambiguous || finding.period_ps;
   }
 
   /// The reach in which the close look at the candidates of six pairs counts about a thousand million pairs of tags.
