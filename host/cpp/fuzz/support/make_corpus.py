@@ -488,6 +488,31 @@ def pair_statistics():
     }
 
 
+def inspect_pairs():
+    def searched(form, piece, reach, a, b):
+        return bytes([form, piece]) + integer(reach) + a + b
+
+    def runs(start, *steps):  # of 63 equal steps each
+        return times(start, *((63, step) for step in steps))
+
+    uneven = [1009 + 7919 * i % 10007 for i in range(12)]
+    return {
+        "nothing": searched(1, 1, 1000, times(), times()),
+        "one_channel": searched(0, 1, 1000, times(1, 2, 3), times(4)),
+        "one_tag_each": searched(3, 1, 1000, times(5), times(5)),
+        "equal_times": searched(3, 1, 10**12, times(7, (60, 0)), times(7, (60, 0))),
+        "near": searched(3, 9, 10**9, runs(0, *uneven), runs(160, *uneven)),
+        "far": searched(3, 9, 10**9, runs(0, *uneven), runs(1234567, *uneven)),
+        "far_back": searched(5, 1, 10**9, runs(1234567, *uneven), runs(0, *uneven)),
+        "pulses": searched(3, 40, 10**9, runs(0, *[12500] * 12), runs(3000, *[12500] * 12)),
+        "one_after_the_other": searched(2, 1, 10**9, runs(0, *[10**7] * 12), runs(0, *[10**7] * 12)),
+        "on_a_grid": searched(3, 9, 10**9, runs(0, *[64 * step for step in uneven] * 3),
+                              runs(64, *[64 * step for step in uneven] * 3)),
+        "no_reach": searched(3, 9, -(1 << 63), runs(0, *uneven), runs(160, *uneven)),
+        "all_reach": searched(3, 9, (1 << 63) - 1, times(-(1 << 63), (1 << 63) - 1), times(-(1 << 63), 0)),
+    }
+
+
 def offset():
     def case(a, b, form=0):  # bits 0 to 4 allow a long list A
         return bytes([form]) + a + b
@@ -621,6 +646,7 @@ def main():
     seeds("histogram", histogram())
     seeds("offset", offset())
     seeds("pair_statistics", pair_statistics())
+    seeds("inspect_pairs", inspect_pairs())
     seeds("xcorr_stream", xcorr_stream())
     seeds("tag_encoder", tag_encoder())
     seeds("convert_options", convert_options())

@@ -26,6 +26,8 @@ class PairSource {
   virtual orvo::timing::ChannelExtent extent(unsigned channel) const = 0;
   /// The channel's times in the bins of a grid.
   virtual FoldedTimes folded(unsigned channel, const FoldedGrid& grid) = 0;
+  /// Whether the channel's bins take memory until they are asked for.
+  virtual bool has_folded(unsigned) const { return false; }
   virtual orvo::timing::RateSegments segments(unsigned a, unsigned b) = 0;
   /// After how many picoseconds the grid of a channel's times repeats.
   virtual std::int64_t grid_period_ps(unsigned channel) = 0;

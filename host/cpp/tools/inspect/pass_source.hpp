@@ -54,11 +54,11 @@ class GridSink {
 /// What the first pass collects beside the counts of the near views.
 class FirstLook {
  public:
-  FirstLook(const std::vector<ChannelPair>& pairs, const PairSource& source, const FoldedGrid& grid) : grid_(grid) {
+  FirstLook(const std::vector<ChannelPair>& pairs, const PairSource& source, const FoldedGrid& grid) {
     for (const auto& [a, b] : pairs) {
       counters_.push_back({{a, b}, orvo::timing::RateSegmentCounter(source.extent(a), source.extent(b))});
       for (const unsigned channel : {a, b}) {
-        if (!folded_[channel]) folded_[channel].emplace(grid);
+        if (!folded_[channel] && source.extent(channel).tags != 0) folded_[channel].emplace(grid);
       }
     }
   }
@@ -78,6 +78,7 @@ class FirstLook {
     discard();
   }
 
+  bool has_folded(unsigned channel) const { return folded_[channel].has_value(); }
   FoldedTimes take_folded(unsigned channel) {
     FoldedTimes folded = std::move(*folded_[channel]);
     folded_[channel].reset();
@@ -91,7 +92,6 @@ class FirstLook {
   }
 
  private:
-  FoldedGrid grid_;
   std::array<std::vector<std::int64_t>, orvo::timing::kChannels> times_ps_;  // of the running chunk
   std::array<std::optional<FoldedTimes>, orvo::timing::kChannels> folded_;
   std::vector<std::pair<ChannelPair, orvo::timing::RateSegmentCounter>> counters_;
@@ -130,6 +130,7 @@ class PassSource : public PairSource {
 
   orvo::timing::ChannelExtent extent(unsigned channel) const override { return passes_.extent(channel); }
   FoldedTimes folded(unsigned channel, const FoldedGrid&) override { return look_->take_folded(channel); }
+  bool has_folded(unsigned channel) const override { return look_->has_folded(channel); }
   orvo::timing::RateSegments segments(unsigned a, unsigned b) override { return look_->segments({a, b}); }
   std::int64_t grid_period_ps(unsigned channel) override { return grids_.of(channel).period_ps(); }
   orvo::timing::DifferenceGrid differences(unsigned a, unsigned b) override {
