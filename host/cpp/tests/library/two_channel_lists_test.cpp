@@ -143,7 +143,7 @@ std::size_t compare(const StreamFileHeader& header, const Bytes& payload, Random
 
 TEST(TwoChannelLists, HoldTheTagsOfRaw64OfAnyChannels) {
   Random random(41);
-  for (unsigned round = 0; round < 120 && !HasFailure(); ++round) {
+  for (unsigned round = 0; round < 120 * rounds() && !HasFailure(); ++round) {
     SCOPED_TRACE(round);
     StreamFileHeader header;
     header.stream_format = StreamFormat::raw64;
@@ -156,7 +156,7 @@ TEST(TwoChannelLists, HoldTheTagsOfRaw64OfAnyChannels) {
 TEST(TwoChannelLists, HoldTheTagsOfDelta32OfAnyChannels) {
   Random random(42);
   std::size_t tags = 0;
-  for (unsigned round = 0; round < 120 && !HasFailure(); ++round) {
+  for (unsigned round = 0; round < 120 * rounds() && !HasFailure(); ++round) {
     SCOPED_TRACE(round);
     StreamFileHeader header;
     header.stream_format = StreamFormat::delta32;
