@@ -192,6 +192,22 @@ TEST(StreamOrder, ChannelsThatBeginEarlyMissALapUnlessTheOtherIsAhead) {
   EXPECT_TRUE(order(5'999'999'999).first_jump(1).has_value());
 }
 
+// A block may be a single tag: here the last one of channel 0, a millisecond after the one before.
+TEST(StreamOrder, RemembersTheStepOfASingleTag) {
+  const auto order = [](std::int64_t step_ps) {
+    FactCollector collector(raw64(), 0);
+    collector.add(0, 101'000'000'000 - step_ps);
+    collector.lost({orvo::timing::LossReason::foreign, 0, 1});
+    collector.add(0, 101'000'000'000);
+    collector.lost({orvo::timing::LossReason::foreign, 0, 1});
+    collector.add(1, 89'000'000'000);
+    collector.finish();
+    return collector.facts().order;
+  };
+  EXPECT_TRUE(order(1'000'000'000).lost_lap(1).has_value());
+  EXPECT_FALSE(order(6'000'000'000).lost_lap(1).has_value());
+}
+
 TEST(CaptureFacts, OfADiscardedChunkAreTakenBack) {
   orvo::timing::StreamFileHeader header;
   header.mode = orvo::timing::StreamMode::internal;

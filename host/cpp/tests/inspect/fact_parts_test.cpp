@@ -66,6 +66,7 @@ TEST(LossRecords, KeepTheFirstOfEquallyLargeOnes) {
   using orvo::timing::LossReason;
   LossRecords records;
   for (std::uint64_t i = 0; i < 25; ++i) records.add({LossReason::foreign, 100 * i, 8});
+  EXPECT_EQ(records.largest().back().position, 1'900u);
   records.add({LossReason::foreign, 2'500, 9});
   ASSERT_EQ(records.largest().size(), 20u);
   EXPECT_EQ(records.largest()[0].position, 2'500u);
