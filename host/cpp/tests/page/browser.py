@@ -69,6 +69,10 @@ class PageTest(unittest.TestCase):
         cls.browser.quit()
         shutil.rmtree(cls.directory, ignore_errors=True)
 
+    def setUp(self):
+        self.media()
+        self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+
     def capture(self, name, *options):
         path = os.path.join(self.directory, name + ".tagcap")
         subprocess.run([SIMULATOR, path, "--seed", "11", *options], check=True, stdout=subprocess.DEVNULL)

@@ -161,14 +161,15 @@ class Pairs(PageTest):
     def test_dark_and_printed(self):
         self.open_page(self.capture("three", *CORRELATED), "--pairs")
         ink = "return getComputedStyle(document.querySelector('.matrix td.peak b')).color"
-        shown = "return getComputedStyle(document.getElementById('pair-1-3-histogram-controls')).display"
+        shown = "return getComputedStyle(document.querySelector('#pair-1-3-histogram-controls ' + arguments[0])).display"
         self.assertEqual(self.browser.execute_script(ink), "rgb(9, 105, 218)")
         self.media(scheme="dark")
         self.assertEqual(self.browser.execute_script(ink), "rgb(88, 166, 255)")
         self.screenshot("pairs_dark")
         self.media("print", "dark")
         self.assertEqual(self.browser.execute_script(ink), "rgb(5, 80, 174)")
-        self.assertEqual(self.browser.execute_script(shown), "none")
+        self.assertEqual(self.browser.execute_script(shown, "button"), "none")
+        self.assertNotEqual(self.browser.execute_script(shown, ".swatch"), "none")
         self.screenshot("pairs_print")
         self.media()
 
