@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <vector>
 
 #include "support/random.hpp"
 #include "support/simulated_correlation.hpp"
+#include "support/simulated_recording.hpp"
 
 namespace {
 
@@ -73,38 +77,57 @@ TEST(CorrelationSignificance, WhereNothingIsExpectedIsNone) {
   }
 }
 
-/// Of unrelated light, how often a probability below `limit` comes out in so many recordings, of peaks and of dips.
-double unlikely_share(double background, double limit, std::uint64_t recordings) {
-  int unlikely = 0;
-  for (std::uint64_t seed = 0; seed < recordings; ++seed) {
-    const CorrelationBins bins = drawn_bins({.background = background, .bins = 301}, seed);
-    for (const CorrelationSide side : {CorrelationSide::peak, CorrelationSide::dip})
-      unlikely += window_significance(bins, correlation_background(bins), side).probability.ln < std::log(limit);
+/// More with ORVO_SIMULATION_SEEDS.
+int recordings() {
+  return orvo::test::simulation_setting("ORVO_SIMULATION_SEEDS", 400);
+}
+
+/// Of unrelated light, in how many recordings a probability below each limit comes out.
+std::vector<int> unlikely_recordings(double background, CorrelationSide side, const std::vector<double>& limits) {
+  std::vector<int> unlikely(limits.size());
+  for (int seed = 0; seed < recordings(); ++seed) {
+    const CorrelationBins bins =
+        drawn_bins({.background = background, .bins = 301}, static_cast<std::uint64_t>(seed));
+    const double ln_p = window_significance(bins, correlation_background(bins), side).probability.ln;
+    for (std::size_t i = 0; i < limits.size(); ++i) unlikely[i] += ln_p < std::log(limits[i]) ? 1 : 0;
   }
-  return unlikely / (2 * static_cast<double>(recordings));
+  return unlikely;
 }
 
 TEST(CorrelationSignificance, OfUnrelatedLightIsNeverTooHigh) {
-  const std::uint64_t recordings = orvo::test::rounds(400);
-  const double tried = 2 * static_cast<double>(recordings);
-  for (const double background : {0.05, 5.0, 5000.0}) {
-    EXPECT_LE(unlikely_share(background, 0.1, recordings), 0.1 + 3 * std::sqrt(0.1 / tried)) << background;
-    EXPECT_LE(unlikely_share(background, 0.01, recordings), 0.01 + 3 * std::sqrt(0.01 / tried)) << background;
+  const std::vector<double> limits{0.1, 0.01, 0.001};
+  for (const double background : {0.05, 5.0, 50.0, 5000.0}) {
+    for (const CorrelationSide side : {CorrelationSide::peak, CorrelationSide::dip}) {
+      const std::vector<int> unlikely = unlikely_recordings(background, side, limits);
+      std::printf("%6g a bin, %s:", background, side == CorrelationSide::peak ? "peak" : "dip ");
+      for (std::size_t i = 0; i < limits.size(); ++i) {
+        const double most = recordings() * limits[i];  // and four standard deviations
+        EXPECT_LE(unlikely[i], most + 4 * std::sqrt(most)) << background << " " << limits[i];
+        std::printf("  P(p < %g) = %.4f", limits[i], static_cast<double>(unlikely[i]) / recordings());
+      }
+      std::printf("\n");
+    }
   }
 }
 
 TEST(CorrelationSignificance, OfManyCountsIsEvenlySpread) {
-  // Each bin by itself against the known mean: probabilities are uniform as soon as counts are many.
-  int below_tenth = 0;
-  int below_half = 0;
-  for (std::uint64_t seed = 0; seed < 400; ++seed) {
-    const CorrelationBins bins = drawn_bins({.background = 1e5, .bins = 101}, seed);
-    const double p = std::exp(bin_significance(bins, {}, CorrelationSide::peak).probability.ln);
-    below_tenth += p < 0.1;
-    below_half += p < 0.5;
+  // Each bin by itself against the known mean: probabilities are uniform as soon as counts are many. The largest
+  // distance of their distribution from the even one, D, is below 1.95 / sqrt(n) in 999 of 1000 cases (Kolmogorov and
+  // Smirnov).
+  std::vector<double> probabilities;
+  for (int seed = 0; seed < recordings(); ++seed) {
+    const CorrelationBins bins = drawn_bins({.background = 1e5, .bins = 101}, static_cast<std::uint64_t>(seed));
+    probabilities.push_back(std::exp(bin_significance(bins, {}, CorrelationSide::peak).probability.ln));
   }
-  EXPECT_NEAR(below_tenth, 40, 4 * 6);
-  EXPECT_NEAR(below_half, 200, 4 * 10);
+  std::sort(probabilities.begin(), probabilities.end());
+  const double n = recordings();
+  double distance = 0;
+  for (std::size_t i = 0; i < probabilities.size(); ++i) {
+    const auto rank = static_cast<double>(i);
+    distance = std::max({distance, (rank + 1) / n - probabilities[i], probabilities[i] - rank / n});
+  }
+  std::printf("D sqrt(n) = %.2f\n", distance * std::sqrt(n));
+  EXPECT_LT(distance * std::sqrt(n), 1.95);
 }
 
 }  // namespace
