@@ -121,4 +121,29 @@ TEST(DifferenceGrid, IsFiniteAtTheEndsOfTheRange) {
   EXPECT_DOUBLE_EQ(grid.share(0, 0), 32'768);
 }
 
+/// The grid from tags that go by, the last first.
+orvo::timing::TimeGrid gone_by(const Times& times) {
+  orvo::timing::TimeGrid grid(orvo::timing::extent_of(times));
+  for (auto time = times.rbegin(); time != times.rend(); ++time) grid.add(*time);
+  return grid;
+}
+
+TEST(DifferenceGrid, IsToldByTagsThatGoByAsByLists) {
+  const auto multiples = [](std::int64_t time_ps) { return time_ps - time_ps % 64 + 5; };
+  const Times fine = random_times(5000, 7, [](std::int64_t time_ps) { return time_ps; });
+  const Times coarse = random_times(5000, 8, multiples);
+  const Times steps = random_times(50'000, 9, interpolated);
+  const Times few = random_times(1999, 10, multiples);
+  EXPECT_EQ(gone_by(fine).period_ps(), 1);
+  EXPECT_EQ(gone_by(coarse).period_ps(), 64);
+  EXPECT_EQ(gone_by(steps).period_ps(), 3333);
+  EXPECT_EQ(gone_by(few).period_ps(), 1);
+  for (const Times* times : {&coarse, &steps, &fine}) {
+    const DifferenceGrid expected = difference_grid(*times, *times);
+    const DifferenceGrid grid = difference_grid(gone_by(*times), gone_by(*times));
+    EXPECT_EQ(grid.narrowest_bin_ps(), expected.narrowest_bin_ps());
+    for (int d = -100; d < 100; ++d) EXPECT_EQ(grid.share(d, d + 7), expected.share(d, d + 7));
+  }
+}
+
 }  // namespace

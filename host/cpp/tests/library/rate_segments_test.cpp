@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
@@ -96,6 +97,27 @@ TEST(RateSegments, FollowDriftsThatSteadyRatesMiss) {
   EXPECT_NEAR(counted / steady, 1.125, 0.005);
   EXPECT_NEAR(counted / followed, 1, 4 * error + 0.0005);
   EXPECT_FALSE(rate_segments(a, b).common_drift(0).is_steady());
+}
+
+TEST(RateSegments, AreCountedOneByOneInAnyOrder) {
+  std::vector<std::int64_t> a = drifting_tags(3, 5000);
+  const std::vector<std::int64_t> b = drifting_tags(4, 7000);
+  const orvo::timing::ChannelExtent extent_a = orvo::timing::extent_of(a);
+  orvo::timing::RateSegmentCounter counter(extent_a, orvo::timing::extent_of(b));
+  // Five segments, from a mean gap before the first tag of either to one after the last.
+  std::vector<double> tags(5);
+  const double first = static_cast<double>(std::min(a.front(), b.front()));
+  const double last = static_cast<double>(std::max(a.back(), b.back()));
+  const double gap = (last - first) / (5000 + 7000 - 2);
+  std::reverse(a.begin(), a.end());
+  for (const std::int64_t time : a) {
+    counter.add_a({&time, 1});
+    tags[static_cast<std::size_t>((static_cast<double>(time) - first + gap) / (last - first + 2 * gap) * 5)] += 1;
+  }
+  counter.add_b(b);
+  EXPECT_EQ(counter.segments().a, tags);
+  std::reverse(a.begin(), a.end());
+  EXPECT_EQ(counter.segments().b, rate_segments(a, b).b);
 }
 
 }  // namespace
