@@ -509,6 +509,11 @@ def inspect_pairs():
         "on_a_grid": searched(3, 9, 10**9, runs(0, *[64 * step for step in uneven] * 3),
                               runs(64, *[64 * step for step in uneven] * 3)),
         "no_reach": searched(3, 9, -(1 << 63), runs(0, *uneven), runs(160, *uneven)),
+        "first_bin_below_half_of_the_top": bytes.fromhex(
+            "03098000ca9a7b0d00000000fe40f103fe40e022fe40b81afe409012fe40680afe405729fe402f21fe400719fe"
+            "40df10fe40b708fe40a627fe407e1f0d010040a00100000a00fe40f103fe40e022fe4000000000000000000000"
+            "000000000000000000000000006368616e6e656c5f620000000000000000000000000000000000000000b81afe"
+            "409012fe40680af6405729fe402f21fe400719fe40df10fe40b708fe40a627fe407e1f"),
         "all_reach": searched(3, 9, (1 << 63) - 1, times(-(1 << 63), (1 << 63) - 1), times(-(1 << 63), 0)),
     }
 

@@ -77,7 +77,11 @@ inline std::optional<double> crossing(const std::vector<double>& curve, std::siz
   double before = curve[from];
   for (auto i = static_cast<std::ptrdiff_t>(from) + step; i >= 0 && i < end; i += step) {
     const double here = curve[static_cast<std::size_t>(i)];
-    if (here < level) return static_cast<double>(i) - step * (level - here) / (before - here);
+    if (here < level) {
+      // Not between 0 and 1 where the first bin lies below: the top is that of a parabola.
+      const double part = (level - here) / (before - here);
+      return static_cast<double>(i) - step * (part >= 0 && part <= 1 ? part : 1);
+    }
     before = here;
   }
   return std::nullopt;
