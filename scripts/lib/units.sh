@@ -90,6 +90,10 @@ run_units() {
   while ((${#unit_of_pid[@]} > 0)); do
     status=0
     wait -n -p pid "${!unit_of_pid[@]}" || status=$?
+    if [[ ! -v pid ]]; then  # a unit was stopped, which ends the wait as well
+      sleep 1
+      continue
+    fi
     unit_status[${unit_of_pid[$pid]}]=$status
     printf '\n==== %s: status %d\n' "${unit_of_pid[$pid]}" "$status"
     cat -- "$root/build/ci/${unit_of_pid[$pid]}.log"
