@@ -1,6 +1,7 @@
 // Captures of 20 million tags: decoded into lists per channel, beside the reference decoders, whose tags are
 // collected and then split; and verified by the program from its start to its exit, beside the program that is put
-// together from references and must find the same. Last, the program on the synthetic capture that it makes itself.
+// together from references and must find the same. Then the other programs on the same captures, and last the program
+// on the synthetic capture that it makes itself.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -83,6 +84,12 @@ std::string& found_in(const std::string& path, const std::string& offset) {
   return found[path + ' ' + offset];
 }
 
+void give_cost(benchmark::State& state, const Cost& cost) {
+  state.counters["s wall"] = cost.wall_seconds;
+  state.counters["s cpu"] = cost.cpu_seconds;
+  state.counters["MiB peak"] = cost.peak_mebibytes;
+}
+
 /// A run with that offset, or an estimated one if it is empty.
 void measure(benchmark::State& state, const std::string& path, const std::string& offset, const std::string& program,
              const std::vector<std::string>& arguments) {
@@ -93,9 +100,7 @@ void measure(benchmark::State& state, const std::string& path, const std::string
   if (findings(last.out) != found) {
     return bench::fail(state, program + " found\n" + findings(last.out) + "\nand before\n" + found);
   }
-  state.counters["s wall"] = last.cost.wall_seconds;
-  state.counters["s cpu"] = last.cost.cpu_seconds;
-  state.counters["MiB peak"] = last.cost.peak_mebibytes;
+  give_cost(state, last.cost);
 }
 
 std::uint64_t decode_into_lists(const std::string& path) {
@@ -163,6 +168,22 @@ void add_verification(const std::string& name, const bench::Lazy<Paths>& paths) 
       ->Repetitions(5);
 }
 
+/// One of the other programs, of which a build may lack some; `arguments` come after the capture.
+void add_other_program(const std::string& work, const std::string& program, const std::string& name,
+                       const bench::Lazy<Paths>& paths, const std::vector<std::string>& arguments) {
+  if (program.empty()) return;
+  bench::add_fast(work + " 20 million tags, " + name,
+                  [=](benchmark::State& state) {
+                    std::vector<std::string> all{paths->at(name)};
+                    all.insert(all.end(), arguments.begin(), arguments.end());
+                    Run last;
+                    for (auto _ : state) last = run(program, all, bench::capture_directory().path());
+                    give_cost(state, last.cost);
+                  })
+      ->Iterations(1)
+      ->Repetitions(5);
+}
+
 void verify_synthetic_capture(benchmark::State& state) {
   Cost cost;
   for (auto _ : state) {
@@ -186,5 +207,12 @@ void orvo::bench::add_program() {
   const Lazy<Paths> paths([=] { return write_captures(encodings); });
   for (const Encoding& encoding : encodings) add_decoding_of(encoding.name, paths);
   for (const Encoding& encoding : encodings) add_verification(encoding.name, paths);
+  for (const Encoding& encoding : encodings) {
+    add_other_program("inspect", ORVO_BENCH_INSPECTOR, encoding.name, paths, {"--no-progress"});
+  }
+  for (const Encoding& encoding : encodings) {
+    add_other_program("convert to raw64", ORVO_BENCH_CONVERTER, encoding.name, paths,
+                      {"converted.tagcap", "--encoding=raw64", "--force"});
+  }
   add_fast("start to exit, synthetic capture", verify_synthetic_capture)->Iterations(1)->Repetitions(21);
 }

@@ -96,7 +96,7 @@ inline int plot_height(std::int64_t count, std::int64_t full_scale) {
   return static_cast<int>(static_cast<double>(count) / static_cast<double>(full_scale) * 270.0 + 0.5);
 }
 
-/// Binding for spans below 2^61 ps.
+/// Binding for spans below 2^61 ps and counts below 2^61.
 inline std::string svg_report(const Findings& found) {
   const Statistics stats = statistics(found.histogram);
   const auto& centers = found.histogram.centers;
