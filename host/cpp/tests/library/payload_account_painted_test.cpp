@@ -151,6 +151,13 @@ TEST(PayloadAccountModel, PackedDelta) {
     compare(random, lopsided_stream(random));
     if (HasFatalFailure()) FAIL() << "lopsided, seed " << seed;
   }
+  for (std::uint64_t seed = 0; seed < rounds(10); ++seed) {  // cut where it may be amid a record
+    Random random(seed);
+    PackedStream stream = valid_packed(random);
+    stream.bytes.resize(stream.bytes.size() * 2 / 3);
+    compare(random, stream);
+    if (HasFatalFailure()) FAIL() << "cut, seed " << seed;
+  }
   expect_occurred({"lead", "cut", "no_time", "inactive_channel", "sync_channel", "sync_flag", "anchor_back",
                    "anchor_step", "gap", "imbalance"});
 }
