@@ -261,6 +261,7 @@ def sparse_capture(path, gigabytes):
 
 INTERRUPTED = """
 import os, signal, sys, threading, time, orvo_timing
+signal.signal(signal.SIGINT, signal.default_int_handler)  # shells have jobs in the background ignore it
 capture = orvo_timing.open(sys.argv[1])
 def interrupt():
     global sent
