@@ -1,4 +1,4 @@
-# Every header that programs include compiles alone.
+# Every header that programs include compiles alone. Below C++20 the first error of each says what it needs.
 file(GLOB headers RELATIVE "${PREFIX}/include" "${PREFIX}/include/orvo/timing/*.hpp")
 list(LENGTH headers count)
 if(count EQUAL 0)
@@ -6,6 +6,12 @@ if(count EQUAL 0)
 endif()
 foreach(header IN LISTS headers)
   file(WRITE "${WORK}/alone.cpp" "#include <${header}>\n")
-  run("${COMPILER}" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  run("${COMPILER}" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror
     "-I${PREFIX}/include" alone.cpp)
+  execute_process(COMMAND "${COMPILER}" -std=c++17 -fsyntax-only -Wfatal-errors "-I${PREFIX}/include" alone.cpp
+    WORKING_DIRECTORY "${WORK}" OUTPUT_QUIET ERROR_VARIABLE errors)
+  string(REGEX MATCH "error: [^\n]*" first_error "${errors}")
+  if(NOT first_error MATCHES "orvo::timing needs C[+][+]20")
+    message(SEND_ERROR "${header} below C++20: ${first_error}")
+  endif()
 endforeach()

@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing {
 
 inline constexpr std::int32_t kInvalidArgument = -1;  ///< a null pointer, or a limit exceeded

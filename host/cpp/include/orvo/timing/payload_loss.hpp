@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing {
 
 /// Why a stretch of a payload gave no tags.

@@ -5,6 +5,8 @@
 #include <limits>
 #include <numbers>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing {
 
 namespace detail {

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing {
 
 /// First bytes of every capture written today.

@@ -1,6 +1,8 @@
 #pragma once
 #include <cstdint>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing {
 
 /// Which pairs count, and how finely their differences are told apart.

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing::detail {
 
 constexpr std::uint32_t load_be32(const std::uint8_t* p) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "orvo/timing/version.hpp"
+
 namespace orvo::timing::detail {
 
 inline constexpr std::uint64_t kCoarsePeriodPs = 3333;
