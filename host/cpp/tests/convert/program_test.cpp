@@ -46,6 +46,18 @@ TEST_F(Converter, ReadsAndWritesPipes) {
   EXPECT_EQ(shell("\"$0\" in.tagcap a.csv && \"$0\" in.tagcap - --format csv 2> told | cmp - a.csv").exit_status, 0);
 }
 
+TEST_F(Converter, AppendsToStandardOutput) {
+  write_capture("in.tagcap", raw64_header(), tags_in_turn(1, 1000, 0, 100'000));
+  for (const std::string format : {"tagcap", "csv", "npy"}) {
+    const std::string convert = "\"$0\" in.tagcap - --format " + format;
+    EXPECT_EQ(shell("printf before > appended; " + convert + " >> appended; " + convert +
+                    " | cat <(printf before) - | cmp - appended")
+                  .exit_status,
+              0)
+        << format;
+  }
+}
+
 // Files may grow to 512 bytes, as on a full disk.
 TEST_F(Converter, LeavesNoOutOnAFullDisk) {
   write_capture("in.tagcap", raw64_header(), tags_in_turn(1, 50'000, 0, 100'000));

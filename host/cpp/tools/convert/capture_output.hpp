@@ -5,13 +5,11 @@
 #include <future>
 #include <optional>
 #include <span>
-#include <string>
 
-#include "common/partial_file.hpp"
+#include "convert/byte_output.hpp"
 #include "convert/payload_check.hpp"
 #include "convert/settings.hpp"
 #include "orvo/timing/byte_queue.hpp"
-#include "orvo/timing/error.hpp"
 #include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/stream_file_writer.hpp"
 #include "orvo/timing/tag_encoder.hpp"
@@ -24,15 +22,10 @@ class CaptureOutput {
  public:
   /// Throws `Error` when the file cannot be created or nothing can be encoded with this header.
   CaptureOutput(const Settings& settings, const orvo::timing::StreamFileHeader& header)
-      : encoder_(header, {.anchor_every = settings.encoding.anchor_every, .round = settings.encoding.round}) {
-    if (settings.out != Settings::kPipe) file_.emplace(settings.out);
+      : encoder_(header, {.anchor_every = settings.encoding.anchor_every, .round = settings.encoding.round}),
+        output_(settings.out) {
     if (settings.verify) check_.emplace(header, settings.encoding.round ? most_rounding_ps(header) : 0);
-    try {
-      writer_.open(file_ ? file_->partial_path().string() : "/dev/stdout", header);
-    } catch (const orvo::timing::Error&) {
-      if (!file_) throw;
-      file_->fail_to_create();
-    }
+    write_bytes(orvo::timing::stream_file_start(header));
   }
 
   /// The tags have to stay as they are until the next call has ended.
@@ -48,18 +41,13 @@ class CaptureOutput {
     write_payload({});
     await_check();
     if (check_) check_->finish();
-    try {
-      writer_.close();
-    } catch (const orvo::timing::Error&) {
-      fail_to_write();
-    }
-    if (file_) file_->complete();
+    output_.complete();
   }
 
   /// Decoded less converted time, of all tags.
   std::int64_t axis_ps() const { return first_channel_ ? encoder_.axis_ps(*first_channel_) : 0; }
   orvo::timing::Rounding rounding() const { return encoder_.rounding(); }
-  std::uint64_t file_bytes() const { return writer_.file_bytes(); }
+  std::uint64_t file_bytes() const { return file_bytes_; }
   /// Tags that were decoded again; none without the check.
   std::optional<std::uint64_t> checked_tags() const { return check_ ? std::optional(check_->tags()) : std::nullopt; }
 
@@ -72,6 +60,11 @@ class CaptureOutput {
 
   orvo::timing::ByteQueue& payload() { return payloads_[turn_]; }
 
+  template <class Bytes>
+  void write_bytes(const Bytes& bytes) {
+    output_.write(bytes.data(), bytes.size());
+    file_bytes_ += bytes.size();
+  }
   /// Writes the payload of the tags while a second thread checks it.
   void write_payload(std::span<const orvo::timing::TimeTag> tags) {
     await_check();
@@ -80,11 +73,7 @@ class CaptureOutput {
         check_->add(tags, bytes, axis);
       });
     }
-    try {
-      writer_.write(payload().data(), payload().size());
-    } catch (const orvo::timing::Error&) {
-      fail_to_write();
-    }
+    write_bytes(payload().bytes());
     turn_ = 1 - turn_;
     payload().clear();
   }
@@ -92,14 +81,10 @@ class CaptureOutput {
   void await_check() {
     if (running_check_.valid()) running_check_.get();
   }
-  [[noreturn]] void fail_to_write() const {
-    if (file_) file_->fail_to_write();
-    throw orvo::timing::Error("cannot write all of standard output", orvo::timing::kFileFailure);
-  }
 
-  std::optional<PartialFile> file_;
-  orvo::timing::StreamFileWriter writer_;  // after the file: closed before that goes away
   orvo::timing::TagEncoder encoder_;
+  ByteOutput output_;
+  std::uint64_t file_bytes_ = 0;
   std::optional<PayloadCheck> check_;
   std::array<orvo::timing::ByteQueue, 2> payloads_;  // one is filled while the other is checked
   unsigned turn_ = 0;

@@ -15,6 +15,19 @@
 
 namespace orvo::timing {
 
+/// A capture up to its payload: magic word, length and text of the header. An empty `created_utc` or
+/// `raw64_tag_format` is filled in. Throws `Error` when the text is longer than 32 bits can say.
+inline std::string stream_file_start(const StreamFileHeader& header) {
+  const std::string json = stream_header_to_json(header);
+  if (json.size() > std::numeric_limits<std::uint32_t>::max()) {
+    throw Error("StreamFileWriter: header is too large", kInvalidArgument);
+  }
+  const auto length = detail::le32_bytes(static_cast<std::uint32_t>(json.size()));
+  std::string start(kStreamFileMagic);
+  start.append(length.begin(), length.end());
+  return start + json;
+}
+
 /// Writes a capture file: `open` writes everything up to the payload, `write` appends payload bytes as they are,
 /// `close` completes the file. Payload reaches the file in blocks of 1 MiB, so that a full disk may show as late as
 /// in `close`: whoever leaves closing to the destructor is never told.
@@ -59,17 +72,11 @@ inline void StreamFileWriter::open(const std::string& path, const StreamFileHead
   file_.open(path, std::ios::binary | std::ios::trunc);
   if (!file_) throw Error("StreamFileWriter: cannot open " + path, kFileFailure);
 
-  const std::string json = stream_header_to_json(header_);
-  if (json.size() > std::numeric_limits<std::uint32_t>::max()) {
-    throw Error("StreamFileWriter: header is too large", kInvalidArgument);
-  }
-  const auto length = detail::le32_bytes(static_cast<std::uint32_t>(json.size()));
-  file_.write(kStreamFileMagic.data(), static_cast<std::streamsize>(kStreamFileMagic.size()));
-  file_.write(reinterpret_cast<const char*>(length.data()), static_cast<std::streamsize>(length.size()));
-  file_.write(json.data(), static_cast<std::streamsize>(json.size()));
+  const std::string start = stream_file_start(header_);
+  file_.write(start.data(), static_cast<std::streamsize>(start.size()));
   if (!file_) throw Error("StreamFileWriter: failed to write header", kFileFailure);
   payload_bytes_ = 0;
-  file_bytes_ = kStreamFilePrefixBytes + json.size();
+  file_bytes_ = start.size();
 }
 
 inline void StreamFileWriter::write(const void* data, std::size_t size) {
