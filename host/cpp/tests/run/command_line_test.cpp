@@ -17,19 +17,9 @@ class CommandLine : public ProductRoot {
  protected:
   CommandLine() { write_file(cwd() / "c.tagcap", pairs_capture()); }
 
-  // What the JSON report shows of a run with these arguments: channels, range, bin, offset, decoded tags.
   std::string effect(std::vector<std::string> arguments) {
     arguments.push_back("--out-prefix=o");
-    const ProgramResult result = verify(std::move(arguments));
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(result.exit_status, 0);
-    const std::string json = read_file(cwd() / "o.json");
-    std::string values;
-    for (const char* key : {"channel_a", "channel_b", "range_ps", "bin_ps", "offset_ps", "decoded_tags"}) {
-      const auto from = json.find(':', json.find(std::string("\"") + key + "\"")) + 1;
-      values += json.substr(from, json.find(',', from) - from) + " ";
-    }
-    return values;
+    return effect_of(verify(std::move(arguments)));
   }
 
   // A run whose input does not exist: its message shows which one it took.

@@ -109,6 +109,19 @@ class ProductRoot : public ::testing::Test {
     return run({.program = "/bin/sh", .arguments = {"-c", line, ORVO_TEST_TOOL}});
   }
 
+  /// What the JSON report of a run that ended well, o.json, shows: channels, range, bin, offset, decoded tags.
+  std::string effect_of(const ProgramResult& result) const {
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.exit_status, 0);
+    const std::string json = read_file(cwd() / "o.json");
+    std::string values;
+    for (const char* key : {"channel_a", "channel_b", "range_ps", "bin_ps", "offset_ps", "decoded_tags"}) {
+      const auto from = json.find(':', json.find(std::string("\"") + key + "\"")) + 1;
+      values += json.substr(from, json.find(',', from) - from) + " ";
+    }
+    return values;
+  }
+
   /// Everything on disk: "cwd/..." and "product/...", the run directory's time stamp written as STAMP.
   FileTree files() const {
     FileTree tree;

@@ -72,7 +72,8 @@ TEST(Settings, KeyCaseBlanksAndCommentsDoNotMatter) {
 TEST(Settings, ACommentStartsInsideAValueToo) {
   EXPECT_EQ(settings("input_file=a#b").input_file, "a");
   EXPECT_EQ(settings("input_file=a # b # c").input_file, "a");
-  EXPECT_EQ(settings("# range_ps=7\n#\nrange_ps#=8\n").range_ps, 5000);
+  EXPECT_EQ(settings("range_ps=250#0\nrange_ps=#7").range_ps, 250);
+  EXPECT_EQ(settings("# range_ps=7\n#\nrange_ps#=8\nrange_ps # =9\n").range_ps, 5000);
 }
 
 TEST(Settings, ValuesKeepTheirCaseTheirBlanksAndTheirEqualsSigns) {
@@ -80,20 +81,22 @@ TEST(Settings, ValuesKeepTheirCaseTheirBlanksAndTheirEqualsSigns) {
 }
 
 TEST(Settings, LinesWithoutAnEqualsSignAreSkipped) {
-  const Config config = settings("[section]\n\nrange_ps 7\n   \nbin_ps=2");
+  const Config config = settings("[range_ps]\n\nrange_ps 7\nrange_ps: 7\n   \nbin_ps=2");
   EXPECT_EQ(config.range_ps, 5000);
   EXPECT_EQ(config.bin_ps, 2);
 }
 
 TEST(Settings, EmptyKeysAndEmptyValuesChangeNothing) {
   const Config config =
-      settings("input_file=kept\ninput_file=\ninput_file= \t# x\n=5\n = 6\nmax_tags=3\nmax_tags=\n");
+      settings("input_file=kept\ninput_file=\ninput_file= \t# x\n=5\n = 6\n  =  \nmax_tags=3\nmax_tags=\n");
   EXPECT_EQ(config.input_file, "kept");
   EXPECT_EQ(config.max_tags, 3u);
 }
 
 TEST(Settings, UnknownKeysAreIgnored) {
-  const Config config = settings("range=1\nrange ps=2\nrange_ps_=3\n range-ps=4\ncolour=blue\nmax tags=5");
+  const Config config = settings(
+      "range=1\nrange ps=2\nrange_ps_=3\n range-ps=4\n[range_ps=5\n\xEF\xBB\xBFrange_ps=6\ncolour=blue\n"
+      "max tags=5");
   EXPECT_EQ(config.range_ps, 5000);
   EXPECT_EQ(config.max_tags, 0u);
 }
@@ -110,6 +113,28 @@ TEST(Settings, LinesMayEndInCarriageReturnAndLineFeed) {
   EXPECT_EQ(config.offset, "auto");
 }
 
+TEST(Settings, ACarriageReturnAloneEndsNoLine) {
+  const Config config = settings("input_file=a\rrange_ps=77");
+  EXPECT_EQ(config.input_file, "a\rrange_ps=77");
+  EXPECT_EQ(config.range_ps, 5000);
+}
+
+TEST(Settings, NulBytesAreOrdinaryBytes) {
+  const std::string nul(1, '\0');
+  const Config config = settings(nul + "range_ps=1\nrange_ps" + nul + "=2\nbin_ps=4" + nul + "7\nmax_tags=3\n");
+  EXPECT_EQ(config.range_ps, 5000);
+  EXPECT_EQ(config.bin_ps, 4);
+  EXPECT_EQ(config.max_tags, 3u);
+  EXPECT_EQ(failure_of([&] { settings("range_ps=" + nul + "5"); }), "invalid_argument: stoll");
+}
+
+TEST(Settings, ALongLineIsOneLine) {
+  const Config config =
+      settings("bin_ps=4" + std::string(1'000'000, 'x') + "\nrange_ps=" + std::string(100'000, '0') + "250");
+  EXPECT_EQ(config.bin_ps, 4);
+  EXPECT_EQ(config.range_ps, 250);
+}
+
 TEST(Settings, OffsetIsTakenInLowerCaseAndNotJudged) {
   EXPECT_EQ(settings("offset=Auto").offset, "auto");
   EXPECT_EQ(settings("offset = -12 PS").offset, "-12 ps");
@@ -120,6 +145,8 @@ TEST(Settings, NumbersEndWhereTheirDigitsEnd) {
   EXPECT_EQ(settings("range_ps=5000ps").range_ps, 5000);
   EXPECT_EQ(settings("bin_ps=+8.9").bin_ps, 8);
   EXPECT_EQ(settings("channel_a=0x3").channel_a, 0);
+  EXPECT_EQ(settings("bin_ps=010").bin_ps, 10);
+  EXPECT_EQ(settings("bin_ps=4=5").bin_ps, 4);
   EXPECT_EQ(settings("channel_b=-007").channel_b, -7);
 }
 
@@ -136,18 +163,21 @@ TEST(Settings, TextThatIsNoNumberThrowsTheConversionsName) {
   EXPECT_EQ(failure_of([] { settings("bin_ps=ps8"); }), "invalid_argument: stoll");
   EXPECT_EQ(failure_of([] { settings("channel_a=A"); }), "invalid_argument: stoi");
   EXPECT_EQ(failure_of([] { settings("ch_b=-"); }), "invalid_argument: stoi");
+  EXPECT_EQ(failure_of([] { settings("ch_b=.5"); }), "invalid_argument: stoi");
   EXPECT_EQ(failure_of([] { settings("max_tags=all"); }), "invalid_argument: stoull");
+  EXPECT_EQ(failure_of([] { settings("max_tags=- 1"); }), "invalid_argument: stoull");
 }
 
 TEST(Settings, NumbersOutsideTheirTypeThrowTheConversionsName) {
   EXPECT_EQ(failure_of([] { settings("channel_a=2147483648"); }), "out_of_range: stoi");
+  EXPECT_EQ(failure_of([] { settings("ch_a=-2147483649"); }), "out_of_range: stoi");
   EXPECT_EQ(failure_of([] { settings("range_ps=9223372036854775808"); }), "out_of_range: stoll");
   EXPECT_EQ(failure_of([] { settings("bin_ps=-9223372036854775809"); }), "out_of_range: stoll");
   EXPECT_EQ(failure_of([] { settings("max_tags=18446744073709551616"); }), "out_of_range: stoull");
 }
 
-TEST(Settings, NothingBehindABadNumberIsRead) {
-  std::istringstream in("bin_ps=2\nrange_ps=abc\nbin_ps=3\n");
+TEST(Settings, TheFirstBadNumberIsThrownAndNothingAfterItIsRead) {
+  std::istringstream in("bin_ps=2\nrange_ps=abc\nchannel_a=q\nbin_ps=3\n");
   Config config;
   EXPECT_EQ(failure_of([&] { read_settings(in, config); }), "invalid_argument: stoll");
   EXPECT_EQ(config.bin_ps, 2);
