@@ -77,10 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const ChannelLists lists{times[0], times[1], times[2], times[3]};
 
   const std::vector<ChannelPair> pairs{{0, 1}, {b == 0 ? 3 : b, 0}};
-  PairSearch search(lists, settings);
-  std::vector<PairFinding> findings;
-  for (const auto& [first, second] : pairs) findings.push_back(search.find(first, second));
-  const std::string text = text_of_pair_search(findings);
+  const std::string text = text_of_pair_search(find_in_lists(lists, pairs, settings));
   for (const char* const word : {"nan", "inf"})
     orvo::fuzz::require(text.find(word) == text.npos, "all numbers are numbers");
   const std::optional<std::string> in_passes = searched_in_passes(stream, pairs, settings);

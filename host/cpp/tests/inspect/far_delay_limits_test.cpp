@@ -21,7 +21,7 @@
 namespace {
 
 using orvo::test::kSecondPs;
-using orvo::test::PairSource;
+using CorrelatedLight = orvo::test::PairSource;
 using orvo::test::PairTags;
 using orvo::test::recorded_pairs;
 using orvo::test::simulation_setting;
@@ -34,10 +34,10 @@ struct Cell {
 class FarDelayLimits : public testing::TestWithParam<Cell> {};
 
 /// A recording of the cell as short as it may be: 2000 pairs, and twice the reach. Every other one drifts.
-PairSource drawn_source(const Cell& cell, double share, int seed) {
+CorrelatedLight drawn_source(const Cell& cell, double share, int seed) {
   std::mt19937_64 random(static_cast<std::uint64_t>(seed));
   std::uniform_real_distribution<double> uniform(-1, 1);
-  PairSource source{.rate_hz = cell.rate_hz, .share = share};
+  CorrelatedLight source{.rate_hz = cell.rate_hz, .share = share};
   source.seconds = std::max(2000 / (share * cell.rate_hz), 2 * cell.reach_s);
   source.delay_ps = uniform(random) * cell.reach_s * kSecondPs;
   if (seed % 2 != 0) source.drift.depth = 0.5;
@@ -56,7 +56,7 @@ TEST_P(FarDelayLimits, AreKept) {
   int wrong = 0;
   double seconds = 0;
   for (int seed = 0; seed < seeds; ++seed) {
-    const PairSource source = drawn_source(cell, share, seed);
+    const CorrelatedLight source = drawn_source(cell, share, seed);
     seconds = source.seconds;
     if (exponent == kQuickBins && source.rate_hz * seconds > kQuickTags) return;
     const PairTags tags = recorded_pairs(source, static_cast<std::uint64_t>(seed));

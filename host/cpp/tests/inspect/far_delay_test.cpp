@@ -10,6 +10,9 @@
 #include <span>
 #include <vector>
 
+#include "inspect/time_sample.hpp"
+#include "inspect/window_counts.hpp"
+#include "orvo/timing/chance_pairs.hpp"
 #include "orvo/timing/pair_statistics.hpp"
 #include "orvo/timing/xcorr_histogram.hpp"
 
@@ -29,10 +32,10 @@ struct Recording {
 
   std::int64_t origin_ps() const { return std::min(a.front(), b.front()); }
   CountWindows counter() const {
-    return [this](std::span<const XcorrWindow> windows) {
+    return [this](std::span<const XcorrWindow> windows, std::uint64_t one_of) {
+      const TimeSample sample(orvo::timing::extent_of(a), one_of);
       std::vector<XcorrHistogram> histograms;
-      for (const XcorrWindow& window : windows)
-        histograms.push_back(orvo::timing::xcorr_histogram_sorted(a, b, window));
+      for (const XcorrWindow& window : windows) histograms.push_back(count_sample(a, b, window, sample));
       return histograms;
     };
   }

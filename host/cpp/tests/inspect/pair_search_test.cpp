@@ -63,7 +63,7 @@ Capture pulses(bool single, std::uint64_t seed) {
 
 TEST(PairSearch, FindsTheOnePairOfChannelsAndItsDelay) {
   const Capture capture(30'000, 3000, 1);
-  for (const PairFinding& finding : find_all_pairs(capture.lists(), quick())) {
+  for (const PairFinding& finding : find_in_lists(capture.lists(), six_pairs(), quick())) {
     const bool correlated = finding.channel_a == 0 && finding.channel_b == 2;
     EXPECT_EQ(verdict_of(finding), correlated ? PairVerdict::peak : PairVerdict::none);
     EXPECT_EQ(finding.statistics.judgement.significant, correlated);
@@ -157,7 +157,7 @@ TEST(PairSearch, OfEmptyChannelsOneTagOrEqualTimesIsNone) {
   const Times one{17};
   const Times equal(500, 17);
   const ChannelLists lists{std::span<const std::int64_t>(one), equal, equal, {}};
-  const std::vector<PairFinding> findings = find_all_pairs(lists, quick());
+  const std::vector<PairFinding> findings = find_in_lists(lists, six_pairs(), quick());
   ASSERT_EQ(findings.size(), 6U);
   for (const PairFinding& finding : findings) {
     EXPECT_EQ(verdict_of(finding), PairVerdict::none);

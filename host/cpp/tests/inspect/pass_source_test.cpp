@@ -61,10 +61,7 @@ std::vector<PairFinding> found_in_lists(const Tags& tags, const PairSearchSettin
   for (const TimeTag& tag : tags) times[tag.channel].push_back(tag.time_ps);
   for (auto& list : times) std::sort(list.begin(), list.end());
   const ChannelLists lists{times[0], times[1], times[2], times[3]};
-  PairSearch search(lists, settings);
-  std::vector<PairFinding> findings;
-  for (const auto& [a, b] : all_pairs()) findings.push_back(search.find(a, b));
-  return findings;
+  return find_in_lists(lists, all_pairs(), settings);
 }
 
 void expect_same(const std::vector<PairFinding>& passes, const std::vector<PairFinding>& lists) {

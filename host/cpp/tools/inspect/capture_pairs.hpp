@@ -11,6 +11,7 @@
 #include "inspect/options.hpp"
 #include "inspect/pair_report.hpp"
 #include "inspect/pair_search.hpp"
+#include "inspect/pair_source.hpp"
 #include "inspect/pass_source.hpp"
 #include "inspect/report_text.hpp"
 #include "orvo/timing/channel_times.hpp"
@@ -20,11 +21,7 @@ namespace {
 
 inline std::vector<ChannelPair> wanted_pairs(const Options& options) {
   if (!options.pair.empty()) return {wanted_pair(options)};
-  std::vector<ChannelPair> pairs;
-  for (unsigned a = 0; a < orvo::timing::kChannels; ++a) {
-    for (unsigned b = a + 1; b < orvo::timing::kChannels; ++b) pairs.emplace_back(a, b);
-  }
-  return pairs;
+  return six_pairs();
 }
 
 /// What the options ask for of the pairs of channels of a capture that was inspected. It is read as often as the
@@ -47,10 +44,7 @@ inline std::vector<PairFinding> pairs_of(const Inspection& of, const RepeatableI
     orvo::timing::sort_times(times[c]);
     lists[c] = times[c];
   }
-  PairSearch search(lists, settings);
-  std::vector<PairFinding> findings;
-  for (const auto& [a, b] : pairs) findings.push_back(search.find(a, b));
-  return findings;
+  return find_in_lists(lists, pairs, settings);
 }
 
 inline std::string text_of(const std::optional<orvo::timing::Estimate>& time_ps) {

@@ -53,6 +53,7 @@ struct DelayCandidates {
   std::vector<DelayCandidate> best;  ///< at most 16, the least probable first
   std::size_t significant = 0;       ///< separate places above the threshold
   std::optional<double> period_ps;   ///< of more than 16 places at even distances: pulsed light
+  double folds = 1;                  ///< how many delays fall on each other
   DelayOverview overview;
 };
 
@@ -184,6 +185,7 @@ class CandidateSearch {
       if (std::none_of(separate.begin(), separate.end(), overlaps)) separate.push_back(place);
     }
     DelayCandidates candidates;
+    candidates.folds = folds_;
     std::vector<double> significant;
     for (const Place& place : separate) {
       if (place.ln_p < limit) significant.push_back(place.middle);

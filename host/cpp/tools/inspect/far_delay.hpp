@@ -5,21 +5,16 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <optional>
-#include <span>
 #include <vector>
 
+#include "inspect/close_look.hpp"
 #include "inspect/delay_candidates.hpp"
+#include "inspect/folded_times.hpp"
 #include "inspect/like_peaks.hpp"
 #include "inspect/narrow_window.hpp"
-#include "orvo/timing/chance_pairs.hpp"
-#include "orvo/timing/correlation_background.hpp"
-#include "orvo/timing/correlation_bins.hpp"
 #include "orvo/timing/difference_grid.hpp"
-#include "orvo/timing/poisson_statistics.hpp"
-#include "orvo/timing/xcorr_histogram.hpp"
 #include "orvo/timing/xcorr_window.hpp"
 
 namespace {
@@ -33,17 +28,6 @@ struct FarDelay {
   DelayOverview overview;                         ///< of all delays within reach
 };
 
-/// The views of the candidates: twice as wide as the bins they come from, 1024 bins each.
-inline std::vector<orvo::timing::XcorrWindow> candidate_views(const DelayCandidates& candidates,
-                                                              const FoldedGrid& grid, std::int64_t least_ps) {
-  std::vector<orvo::timing::XcorrWindow> views;
-  for (const DelayCandidate& candidate : candidates.best) {
-    const double range_ps = std::max(2.0 * static_cast<double>(grid.bin_ps), candidate.width_ps);
-    views.push_back(view_of(candidate.delay_ps, range_ps, 1024, least_ps));
-  }
-  return views;
-}
-
 /// Narrows a view until the peak fills some of its bins, and returns one that shows it with its surroundings. `peak`
 /// then is what the last view shows of it.
 inline orvo::timing::XcorrWindow close_view(NarrowWindow peak, double chance_per_ps, const CountWindows& count,
@@ -54,7 +38,8 @@ inline orvo::timing::XcorrWindow close_view(NarrowWindow peak, double chance_per
   const std::int64_t least_ps = differences.narrowest_bin_ps();
   for (int step = 0; step < kMostSteps && window.bin_ps > least_ps; ++step) {
     window = view_of(peak.middle_ps, 8 * peak.width_ps, 1024, least_ps);
-    const NarrowWindow closer = best_narrow_window(count({&window, 1}).front(), window, chance_per_ps, differences);
+    const NarrowWindow closer =
+        best_narrow_window(count({&window, 1}, 1).front(), window, chance_per_ps, differences);
     if (closer.bins == 0) break;
     const bool narrower = closer.width_ps < peak.width_ps;
     peak = closer;
@@ -91,17 +76,14 @@ inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGr
   const std::vector<orvo::timing::XcorrWindow> views =
       candidate_views(candidates, grid, differences.narrowest_bin_ps());
   if (views.empty()) return result;
-  const std::vector<orvo::timing::XcorrHistogram> histograms = count(views);
   const auto bins = static_cast<double>(grid.bins);
   const double reach_ps = bins * static_cast<double>(grid.bin_ps);
+  const std::vector<NarrowWindow> windows = look_closely(candidates, views, count, differences);
   BestDelay best;
-  std::vector<NarrowWindow> windows;
   for (std::size_t i = 0; i < views.size(); ++i) {
-    const DelayCandidate& candidate = candidates.best[i];
-    const NarrowWindow window = best_narrow_window(histograms[i], views[i], candidate.chance_per_ps, differences);
     // Six pairs of channels; three windows beginning in each narrow bin, two in each folded one.
-    windows.push_back(window);
-    take_if_better(best, candidate, window, 18 * reach_ps / static_cast<double>(views[i].bin_ps), 12 * bins);
+    take_if_better(best, candidates.best[i], windows[i], 18 * reach_ps / static_cast<double>(views[i].bin_ps),
+                   12 * bins);
   }
   result.probability.ln = std::min(best.ln_p, 0.0);
   if (!(result.probability.ln < std::log(kFalseAlarms))) return result;

@@ -56,7 +56,7 @@ inline std::optional<double> period_about(const NarrowWindow& peak, double chanc
   if (bins < kFewestBins || width_ps * bins > 1e18) return std::nullopt;
   const orvo::timing::XcorrWindow window{whole_ps(std::floor(bins) * width_ps), whole_ps(width_ps),
                                          whole_ps(peak.middle_ps)};
-  const std::vector<std::int64_t> counts = count({&window, 1}).front().counts;
+  const std::vector<std::int64_t> counts = count({&window, 1}, 1).front().counts;
   const double mean = chance_per_ps * width_ps;
   const double after = nearest_like(counts, mean, peak.excess, 1);
   const double before = nearest_like(counts, mean, peak.excess, -1);

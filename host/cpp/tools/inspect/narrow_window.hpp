@@ -20,9 +20,10 @@
 
 namespace {
 
-/// Counts the pairs of two channels in several windows at once: from lists, or in one pass over a capture.
-using CountWindows =
-    std::function<std::vector<orvo::timing::XcorrHistogram>(std::span<const orvo::timing::XcorrWindow>)>;
+/// Counts the pairs of two channels in several windows at once: from lists, or in one pass over a capture. Of the
+/// tags of the first channel it takes one of so many: 1 for all.
+using CountWindows = std::function<std::vector<orvo::timing::XcorrHistogram>(
+    std::span<const orvo::timing::XcorrWindow>, std::uint64_t one_of)>;
 
 /// The run of 1 to 256 bins that stands out most.
 struct NarrowWindow {
@@ -62,16 +63,19 @@ inline NarrowWindow best_narrow_window(const orvo::timing::XcorrHistogram& histo
   const detail::RunningSums counts(bins.counts);
   const detail::RunningSums means(bins.expected);
   NarrowWindow best;
+  double best_sigmas = 0;
   for (std::size_t length = 1; length <= kWidest && length <= bins.size(); length *= 2) {
     for (std::size_t first = 0; first + length <= bins.size(); ++first) {
       const double count = counts.of(first, length);
       const double mean = level * means.of(first, length);
-      if (count <= mean) continue;
+      // The tail of a Poisson distribution is never below that of the normal one with the same mean and variance.
+      if (count <= mean || (best.bins != 0 && count - mean < best_sigmas * std::sqrt(mean))) continue;
       const LogProbability p = poisson_at_least(count, mean);
       if (best.bins != 0 && p.ln >= best.probability.ln) continue;
       const double middle_ps = (bins.middle_ps[first] + bins.middle_ps[first + length - 1]) / 2;
       best = {static_cast<double>(window.offset_ps) + middle_ps, static_cast<double>(length) * bins.bin_ps, length, p,
               count - mean};
+      best_sigmas = p.sigmas();
     }
   }
   return best;

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "inspect/folded_times.hpp"
+#include "inspect/time_sample.hpp"
+#include "inspect/window_counts.hpp"
 #include "orvo/timing/chance_pairs.hpp"
 #include "orvo/timing/difference_grid.hpp"
 #include "orvo/timing/rate_segments.hpp"
@@ -17,6 +19,18 @@
 #include "orvo/timing/xcorr_window.hpp"
 
 namespace {
+
+/// Two channels; delays are those of the second.
+using ChannelPair = std::pair<unsigned, unsigned>;
+
+/// All that a capture has.
+inline std::vector<ChannelPair> six_pairs() {
+  std::vector<ChannelPair> pairs;
+  for (unsigned a = 0; a < orvo::timing::kChannels; ++a) {
+    for (unsigned b = a + 1; b < orvo::timing::kChannels; ++b) pairs.emplace_back(a, b);
+  }
+  return pairs;
+}
 
 /// Where a search gets its numbers from.
 class PairSource {
@@ -30,10 +44,12 @@ class PairSource {
   virtual bool has_folded(unsigned) const { return false; }
   virtual orvo::timing::RateSegments segments(unsigned a, unsigned b) = 0;
   /// After how many picoseconds the grid of a channel's times repeats.
-  virtual std::int64_t grid_period_ps(unsigned channel) = 0;
+  virtual std::int64_t grid_period_ps(unsigned channel) const = 0;
   virtual orvo::timing::DifferenceGrid differences(unsigned a, unsigned b) = 0;
+  /// Pairs of all tags of `b` with one of so many of `a`: 1 for all, else a `TimeSample`.
   virtual std::vector<orvo::timing::XcorrHistogram> count(unsigned a, unsigned b,
-                                                          std::span<const orvo::timing::XcorrWindow> windows) = 0;
+                                                          std::span<const orvo::timing::XcorrWindow> windows,
+                                                          std::uint64_t one_of) = 0;
   /// These windows may be asked for soon.
   virtual void expect(unsigned, unsigned, std::span<const orvo::timing::XcorrWindow>) {}
 };
@@ -59,7 +75,7 @@ class ListSource : public PairSource {
     if (found != segments_.end()) return found->second;
     return segments_[{a, b}] = orvo::timing::rate_segments(times_ps_[a], times_ps_[b]);
   }
-  std::int64_t grid_period_ps(unsigned channel) override {
+  std::int64_t grid_period_ps(unsigned channel) const override {
     auto& period_ps = periods_ps_[channel];
     if (!period_ps) period_ps = orvo::timing::grid_period_ps(times_ps_[channel]);
     return *period_ps;
@@ -70,18 +86,20 @@ class ListSource : public PairSource {
     return differences_[{a, b}] = orvo::timing::difference_grid(times_ps_[a], times_ps_[b]);
   }
   std::vector<orvo::timing::XcorrHistogram> count(unsigned a, unsigned b,
-                                                  std::span<const orvo::timing::XcorrWindow> windows) override {
+                                                  std::span<const orvo::timing::XcorrWindow> windows,
+                                                  std::uint64_t one_of) override {
+    const TimeSample sample(extent(a), one_of);
     std::vector<orvo::timing::XcorrHistogram> histograms;
     for (const orvo::timing::XcorrWindow& window : windows)
-      histograms.push_back(orvo::timing::xcorr_histogram_sorted(times_ps_[a], times_ps_[b], window));
+      histograms.push_back(count_sample(times_ps_[a], times_ps_[b], window, sample));
     return histograms;
   }
 
  private:
   ChannelLists times_ps_;
-  std::map<std::pair<unsigned, unsigned>, orvo::timing::RateSegments> segments_;
-  std::array<std::optional<std::int64_t>, orvo::timing::kChannels> periods_ps_;
-  std::map<std::pair<unsigned, unsigned>, orvo::timing::DifferenceGrid> differences_;
+  std::map<ChannelPair, orvo::timing::RateSegments> segments_;
+  mutable std::array<std::optional<std::int64_t>, orvo::timing::kChannels> periods_ps_;  // once asked for
+  std::map<ChannelPair, orvo::timing::DifferenceGrid> differences_;
 };
 
 }  // namespace

@@ -7,21 +7,22 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "inspect/pair_search.hpp"
 #include "inspect/pair_source.hpp"
+#include "inspect/time_sample.hpp"
+#include "inspect/window_counts.hpp"
 #include "orvo/timing/difference_grid.hpp"
 #include "orvo/timing/rate_segments.hpp"
 #include "orvo/timing/time_tag.hpp"
-#include "orvo/timing/xcorr_stream.hpp"
+#include "orvo/timing/xcorr_histogram.hpp"
+#include "orvo/timing/xcorr_window.hpp"
 
 namespace {
-
-/// The two channels of a pair.
-using ChannelPair = std::pair<unsigned, unsigned>;
 
 /// Thrown by a source that needs one more pass before it can answer.
 struct NeedsPass {};
@@ -100,7 +101,7 @@ class FirstLook {
 /// Hands tags to the counts, and in the first pass also to the first look.
 class PassSink {
  public:
-  PassSink(orvo::timing::XcorrStream& counts, FirstLook* look) : counts_(counts), look_(look) {}
+  PassSink(WindowCounts& counts, FirstLook* look) : counts_(counts), look_(look) {}
 
   void begin_chunk(std::size_t most_tags) { counts_.begin_chunk(most_tags); }
   void add(unsigned channel, std::int64_t time_ps) {
@@ -117,7 +118,7 @@ class PassSink {
   }
 
  private:
-  orvo::timing::XcorrStream& counts_;
+  WindowCounts& counts_;
   FirstLook* look_;
 };
 
@@ -132,7 +133,7 @@ class PassSource : public PairSource {
   FoldedTimes folded(unsigned channel, const FoldedGrid&) override { return look_->take_folded(channel); }
   bool has_folded(unsigned channel) const override { return look_->has_folded(channel); }
   orvo::timing::RateSegments segments(unsigned a, unsigned b) override { return look_->segments({a, b}); }
-  std::int64_t grid_period_ps(unsigned channel) override { return grids_.of(channel).period_ps(); }
+  std::int64_t grid_period_ps(unsigned channel) const override { return grids_.of(channel).period_ps(); }
   orvo::timing::DifferenceGrid differences(unsigned a, unsigned b) override {
     const auto found = differences_.find({a, b});
     if (found != differences_.end()) return found->second;
@@ -141,18 +142,19 @@ class PassSource : public PairSource {
 
   /// Throws `NeedsPass` when they are not all counted yet.
   std::vector<orvo::timing::XcorrHistogram> count(unsigned a, unsigned b,
-                                                  std::span<const orvo::timing::XcorrWindow> windows) override {
-    expect(a, b, windows);
+                                                  std::span<const orvo::timing::XcorrWindow> windows,
+                                                  std::uint64_t one_of) override {
+    for (const orvo::timing::XcorrWindow& window : windows) counts_.try_emplace(key(a, b, window, one_of));
     std::vector<orvo::timing::XcorrHistogram> histograms;
     for (const orvo::timing::XcorrWindow& window : windows) {
-      const auto& known = counts_.at(key(a, b, window));
+      const auto& known = counts_.at(key(a, b, window, one_of));
       if (!known) throw NeedsPass();
       histograms.push_back(*known);
     }
     return histograms;
   }
   void expect(unsigned a, unsigned b, std::span<const orvo::timing::XcorrWindow> windows) override {
-    for (const orvo::timing::XcorrWindow& window : windows) counts_.try_emplace(key(a, b, window));
+    for (const orvo::timing::XcorrWindow& window : windows) counts_.try_emplace(key(a, b, window, 1));
   }
 
   /// The pass that everything else needs: folded times, segments, and what is known to be asked for.
@@ -165,27 +167,26 @@ class PassSource : public PairSource {
   void count_expected() { pass(nullptr); }
 
  private:
-  using Key = std::tuple<unsigned, unsigned, std::int64_t, std::int64_t, std::int64_t>;
+  using Key = std::tuple<unsigned, unsigned, std::int64_t, std::int64_t, std::int64_t, std::uint64_t>;
 
-  static Key key(unsigned a, unsigned b, const orvo::timing::XcorrWindow& window) {
-    return {a, b, window.range_ps, window.bin_ps, window.offset_ps};
+  static Key key(unsigned a, unsigned b, const orvo::timing::XcorrWindow& window, std::uint64_t one_of) {
+    return {a, b, window.range_ps, window.bin_ps, window.offset_ps, one_of};
   }
 
   void pass(FirstLook* look) {
-    std::vector<orvo::timing::XcorrPair> pairs;
+    WindowCounts counts;
     std::vector<std::optional<orvo::timing::XcorrHistogram>*> results;
     for (auto& [key, histogram] : counts_) {
       if (histogram) continue;
-      const auto& [a, b, range_ps, bin_ps, offset_ps] = key;
-      pairs.push_back({a, b, {range_ps, bin_ps, offset_ps}});
+      const auto& [a, b, range_ps, bin_ps, offset_ps, one_of] = key;
+      counts.add_window(a, b, {range_ps, bin_ps, offset_ps}, TimeSample(extent(a), one_of));
       results.push_back(&histogram);
     }
-    orvo::timing::XcorrStream counts(pairs);
     PassSink sink(counts, look);
     passes_.run(sink);
     counts.finish();
     if (counts.late_tags() != 0) throw TooDisordered();
-    for (std::size_t i = 0; i < results.size(); ++i) *results[i] = std::move(counts).histogram(i);
+    for (std::size_t i = 0; i < results.size(); ++i) *results[i] = counts.take(i);
   }
 
   Passes& passes_;
