@@ -85,31 +85,6 @@ inline constexpr std::size_t kTagsForGrid = std::size_t{1} << 21;
 inline constexpr std::size_t kFewestForGrid = 2000;
 inline constexpr std::uint64_t kCoarsestGridPs = std::uint64_t{1} << 15;
 
-template <class Take>
-void for_some_tags(std::span<const std::int64_t> times_ps, Take take) {
-  const std::size_t step = times_ps.size() / kTagsForGrid + 1;
-  for (std::size_t i = 0; i < times_ps.size(); i += step) take(times_ps[i]);
-}
-
-/// The largest power of two, up to 2^15, that divides all distances of the tags: 1 without a grid.
-inline std::uint64_t binary_step_ps(std::span<const std::int64_t> times_ps) {
-  std::uint64_t bits = kCoarsestGridPs;
-  const auto first = static_cast<std::uint64_t>(times_ps.front());
-  for_some_tags(times_ps, [&](std::int64_t time_ps) { bits |= static_cast<std::uint64_t>(time_ps) - first; });
-  return bits & (~bits + 1);
-}
-
-/// Tags at each phase of the converter's clock.
-inline std::vector<double> clock_phases(std::span<const std::int64_t> times_ps) {
-  std::vector<double> tags(kCoarsePeriodPs);
-  constexpr auto kPeriod = static_cast<std::int64_t>(kCoarsePeriodPs);
-  for_some_tags(times_ps, [&](std::int64_t time_ps) {
-    const std::int64_t phase = time_ps % kPeriod;
-    tags[static_cast<std::size_t>(phase < 0 ? phase + kPeriod : phase)] += 1;
-  });
-  return tags;
-}
-
 /// Whether so few phases have tags that it must be an interpolator's steps; without them thousands of tags fill more.
 inline bool are_steps(const std::vector<double>& phases) {
   const auto filled = std::count_if(phases.begin(), phases.end(), [](double tags) { return tags > 0; });
@@ -118,20 +93,7 @@ inline bool are_steps(const std::vector<double>& phases) {
 
 }  // namespace detail
 
-/// After how many picoseconds the grid of a channel's times repeats, as the tags tell it: the step of a power of two
-/// up to 32,768 ps, or 3333 ps, the period of the converter's clock, for the steps of an interpolator. 1 without a
-/// grid, and for fewer than 2000 tags.
-inline std::int64_t grid_period_ps(std::span<const std::int64_t> times_ps) {
-  if (times_ps.size() < detail::kFewestForGrid) return 1;
-  const std::uint64_t step_ps = detail::binary_step_ps(times_ps);
-  if (step_ps > 1) return static_cast<std::int64_t>(step_ps);
-  // Most have no steps, which a few tags tell.
-  const bool has_steps = detail::are_steps(detail::clock_phases(times_ps.first(detail::kFewestForGrid))) &&
-                         detail::are_steps(detail::clock_phases(times_ps));
-  return has_steps ? static_cast<std::int64_t>(detail::kCoarsePeriodPs) : 1;
-}
-
-/// What tells the grid of a channel, from tags that go by; their extent is known already.
+/// What tells the grid of a channel, from tags that go by in any order; their extent is known already.
 class TimeGrid {
  public:
   explicit TimeGrid(const ChannelExtent& extent)
@@ -147,10 +109,11 @@ class TimeGrid {
   }
 
   const ChannelExtent& extent() const { return extent_; }
-  /// As `grid_period_ps` tells it of a list.
+  /// After how many picoseconds the grid repeats: the step of a power of two up to 32,768 ps, or 3333 ps, the period
+  /// of the converter's clock, for the steps of an interpolator. 1 without a grid, and for fewer than 2000 tags.
   std::int64_t period_ps() const {
     if (extent_.tags < detail::kFewestForGrid) return 1;
-    const std::uint64_t step_ps = bits_ & (~bits_ + 1);
+    const std::uint64_t step_ps = bits_ & (~bits_ + 1);  // divides all distances from the first tag
     if (step_ps > 1) return static_cast<std::int64_t>(step_ps);
     return detail::are_steps(phases_) ? static_cast<std::int64_t>(detail::kCoarsePeriodPs) : 1;
   }
@@ -164,56 +127,45 @@ class TimeGrid {
   std::vector<double> phases_;  // tags at each phase of the converter's clock
 };
 
-namespace detail {
+/// Of a list in ascending order.
+inline TimeGrid time_grid(std::span<const std::int64_t> times_ps) {
+  TimeGrid grid(extent_of(times_ps));
+  for (const std::int64_t time_ps : times_ps) grid.add(time_ps);
+  return grid;
+}
 
-/// Tags at the phases of the converter's clock where that is the grid of both channels.
-struct BothPhases {
-  std::vector<double> a;
-  std::vector<double> b;
-};
+/// After how many picoseconds the grid of a list's times repeats.
+inline std::int64_t grid_period_ps(std::span<const std::int64_t> times_ps) {
+  return time_grid(times_ps).period_ps();
+}
 
-/// `phases` gives them; it is asked only where they are needed.
-template <class Phases>
-DifferenceGrid difference_grid(std::int64_t period_a, std::int64_t period_b, std::uint64_t difference_ps,
-                               Phases phases) {
-  constexpr auto kClockPs = static_cast<std::int64_t>(kCoarsePeriodPs);
+/// The grid of the differences b - a of two channels; none unless both have one.
+inline DifferenceGrid difference_grid(const TimeGrid& a, const TimeGrid& b) {
+  constexpr auto kClockPs = static_cast<std::int64_t>(detail::kCoarsePeriodPs);
   constexpr std::int64_t kTwoStepsPs = 37;  // of the interpolator: as many points in nearly all bins
+  const std::int64_t period_a = a.period_ps();
+  const std::int64_t period_b = b.period_ps();
   if (period_a == 1 || period_b == 1 || (period_a == kClockPs) != (period_b == kClockPs)) return {};
   std::vector<double> pairs(static_cast<std::size_t>(std::min(period_a, period_b)));
   if (period_a != kClockPs) {
+    const std::uint64_t difference_ps =
+        static_cast<std::uint64_t>(b.extent().first_ps) - static_cast<std::uint64_t>(a.extent().first_ps);
     pairs[difference_ps % pairs.size()] = 1;
     return {pairs, static_cast<std::int64_t>(pairs.size()) + 1};
   }
-  const BothPhases both = phases();
-  for (std::size_t i = 0; i < both.a.size(); ++i) {
-    if (both.a[i] == 0) continue;
-    for (std::size_t j = 0; j < both.b.size(); ++j)
-      pairs[j >= i ? j - i : j + both.b.size() - i] += both.a[i] * both.b[j];
+  const std::vector<double>& tags_a = a.clock_phases();
+  const std::vector<double>& tags_b = b.clock_phases();
+  for (std::size_t i = 0; i < tags_a.size(); ++i) {
+    if (tags_a[i] == 0) continue;
+    for (std::size_t j = 0; j < tags_b.size(); ++j)
+      pairs[j >= i ? j - i : j + tags_b.size() - i] += tags_a[i] * tags_b[j];
   }
   return {pairs, kTwoStepsPs};
 }
 
-}  // namespace detail
-
-/// The grid of the differences b - a of two channels; none unless both have one.
-inline DifferenceGrid difference_grid(const TimeGrid& a, const TimeGrid& b) {
-  const std::uint64_t difference_ps =
-      static_cast<std::uint64_t>(b.extent().first_ps) - static_cast<std::uint64_t>(a.extent().first_ps);
-  return detail::difference_grid(a.period_ps(), b.period_ps(), difference_ps, [&] {
-    return detail::BothPhases{a.clock_phases(), b.clock_phases()};
-  });
-}
-
-/// The grid of the differences b - a of two lists of times; none unless both channels have one.
+/// The grid of the differences b - a of two lists in ascending order.
 inline DifferenceGrid difference_grid(std::span<const std::int64_t> a_ps, std::span<const std::int64_t> b_ps) {
-  const std::int64_t period_a = grid_period_ps(a_ps);
-  const std::int64_t period_b = grid_period_ps(b_ps);
-  if (period_a == 1 || period_b == 1) return {};
-  const std::uint64_t difference_ps =
-      static_cast<std::uint64_t>(b_ps.front()) - static_cast<std::uint64_t>(a_ps.front());
-  return detail::difference_grid(period_a, period_b, difference_ps, [&] {
-    return detail::BothPhases{detail::clock_phases(a_ps), detail::clock_phases(b_ps)};
-  });
+  return difference_grid(time_grid(a_ps), time_grid(b_ps));
 }
 
 }  // namespace orvo::timing

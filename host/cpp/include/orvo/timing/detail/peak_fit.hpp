@@ -55,6 +55,7 @@ class PeakFit {
       measure_shape();
       if (!shape_.is_whole() || std::abs(width_ - before) < 0.02 * before) break;
     }
+    if (shape_.is_whole()) match_gaussian();
     take_mean();
   }
 
@@ -84,10 +85,6 @@ class PeakFit {
   }
 
  private:
-  /// What straight lines between bins add to the square of a Gaussian's width, whose flanks sag there: 2 (2 ln 2 - 1)
-  /// / 3.
-  static constexpr double kChordExcess = 0.2575;
-
   std::size_t bins() const { return heights_.height.size(); }
 
   /// As much smoothing as keeps the noise at the crossings small, and no more than a full width.
@@ -107,21 +104,20 @@ class PeakFit {
     const auto last = static_cast<double>(bins() - 1);
     const auto from = static_cast<std::size_t>(std::clamp(std::ceil(middle_ - reach), 0.0, last));
     const auto to = static_cast<std::size_t>(std::clamp(std::floor(middle_ + reach), 0.0, last));
-    const auto highest =
-        static_cast<std::size_t>(std::max_element(curve_.begin() + static_cast<std::ptrdiff_t>(from),
-                                                  curve_.begin() + static_cast<std::ptrdiff_t>(to) + 1) -
-                                 curve_.begin());
-    shape_ = shape_at(curve_, highest);
-    if (shape_.is_whole() && sd_ > 0) shape_ = shape_at(curve_, highest, noise_lift(highest));
+    highest_ = static_cast<std::size_t>(std::max_element(curve_.begin() + static_cast<std::ptrdiff_t>(from),
+                                                         curve_.begin() + static_cast<std::ptrdiff_t>(to) + 1) -
+                                        curve_.begin());
+    shape_ = shape_at(curve_, highest_);
+    if (shape_.is_whole() && sd_ > 0) shape_ = shape_at(curve_, highest_, noise_lift());
     take_width();
     width_ = std::min(width_, 2 * static_cast<double>(bins()));
   }
 
   /// How much noise raises the highest of the smoothed bins on the average.
-  double noise_lift(std::size_t highest) const {
+  double noise_lift() const {
     double slope_variance = 0;
     for (std::size_t j = 0; j < bins(); ++j) {
-      const auto distance = static_cast<std::ptrdiff_t>(j) - static_cast<std::ptrdiff_t>(highest);
+      const auto distance = static_cast<std::ptrdiff_t>(j) - static_cast<std::ptrdiff_t>(highest_);
       const double slope = (kernel_.at(distance - 1) - kernel_.at(distance + 1)) / 2;
       slope_variance += heights_.variance[j] * slope * slope;
     }
@@ -137,9 +133,32 @@ class PeakFit {
       return;
     }
     double square = shape_.width() * shape_.width() - kSquareFwhmPerVariance / 12;
-    if (sd_ > 0) square -= kSquareFwhmPerVariance * (sd_ * sd_ + 1.0 / 12) + kChordExcess;
+    if (sd_ > 0) square -= kSquareFwhmPerVariance * (sd_ * sd_ + 1.0 / 12);
     width_ = std::sqrt(std::max(square, 0.25));
-    middle_ = (*shape_.left + *shape_.right) / 2;
+    middle_ = shape_.middle();
+  }
+
+  /// Straight lines and a parabola through few bins have errors of their own, which depend on how the peak lies
+  /// between bins: the width and middle of the Gaussian whose crossings, taken alike, lie where they do.
+  void match_gaussian() {
+    constexpr double kMostBins = 50;  // nothing is left of them in wider peaks
+    if (!(width_ >= 1 && width_ < kMostBins)) return;
+    const auto reach = static_cast<std::size_t>(std::ceil(3 * width_)) + 2;
+    const double zero = static_cast<double>(highest_) - static_cast<double>(reach);
+    double width = width_;
+    double middle = middle_;
+    for (int round = 0; round < 4; ++round) {
+      const std::vector<double> gaussian = kernel_.smoothed(gaussian_bins(middle - zero, width, 2 * reach + 1));
+      const auto top =
+          static_cast<std::size_t>(std::max_element(gaussian.begin(), gaussian.end()) - gaussian.begin());
+      const PeakShape exact = shape_at(gaussian, top);
+      if (!exact.is_whole()) return;
+      width += (shape_.width() - exact.width()) * shape_.width() / width_;
+      width = std::clamp(width, width_ / 2, width_ * 2);
+      middle += shape_.middle() - exact.middle() - zero;
+    }
+    width_ = width;
+    middle_ = middle;
   }
 
   /// The part of a bin within the window about `mean`.
@@ -223,6 +242,7 @@ class PeakFit {
   double sd_ = 0;
   SmoothingKernel kernel_{0};
   std::vector<double> curve_;
+  std::size_t highest_ = 0;  // bin of it
   PeakShape shape_;
   Estimate mean_;
 };

@@ -15,6 +15,19 @@ inline constexpr double kFwhmPerSd = 2.354820045030949;  // of a Gaussian
 /// Of a Gaussian the square of the full width at half maximum in units of its variance: 8 ln 2.
 inline constexpr double kSquareFwhmPerVariance = 5.545177444479562;
 
+/// What bins hold of a Gaussian.
+inline std::vector<double> gaussian_bins(double middle, double fwhm, std::size_t bins) {
+  const auto below = [&](double x) {
+    return std::erfc((middle - x) * kFwhmPerSd / (fwhm * std::numbers::sqrt2)) / 2;
+  };
+  std::vector<double> shares;
+  for (std::size_t i = 0; i < bins; ++i) {
+    const auto x = static_cast<double>(i);
+    shares.push_back(below(x + 0.5) - below(x - 0.5));
+  }
+  return shares;
+}
+
 /// A Gaussian of standard deviation `sd` summed over bins; a single 1 for an `sd` of 0.
 class SmoothingKernel {
  public:
@@ -69,6 +82,7 @@ struct PeakShape {
 
   bool is_whole() const { return left && right; }
   double width() const { return *right - *left; }
+  double middle() const { return (*left + *right) / 2; }
 };
 
 /// The first place where the curve falls below `level`, going from a bin in steps of `step` (1 or -1).
