@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "support/pulls.hpp"
 #include "support/simulated_correlation.hpp"
 
 namespace {
@@ -68,7 +69,7 @@ TEST(CorrelationBackground, IsThatBesideAPeakOfASixthOfTheView) {
   for (std::uint64_t seed = 0; seed < 100; ++seed) {
     const CorrelationBackground background =
         correlation_background(drawn_bins({.pairs = 40'000, .width = 167, .background = 130, .level = 1.3}, seed));
-    if (background.measured) pulls.add((background.level - 1.3) / background.error);
+    if (background.measured) pulls.add(background.level - 1.3, background.error);
     not_measured += background.measured ? 0 : 1;
   }
   EXPECT_LE(not_measured, 3);

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace {
 
 using orvo::timing::correlation_bins;
@@ -31,6 +33,35 @@ TEST(Normalised, FewCountsHaveAnInterval) {
   const auto nine = normalised(9, 1);
   EXPECT_NEAR(nine->low, 6.056539, 5e-7);
   EXPECT_NEAR(nine->high, 13.110204, 5e-7);
+}
+
+/// Of the counts that a mean gives the share whose interval lies wholly above it, or wholly below.
+struct Missed {
+  double above = 0;
+  double below = 0;
+};
+
+Missed missed(double mean) {
+  Missed share;
+  double probability = std::exp(-mean);
+  for (int count = 0; count < 300; probability *= mean / ++count) {
+    const auto interval = normalised(count, 1);
+    if (interval->low > mean) share.above += probability;
+    if (interval->high < mean) share.below += probability;
+  }
+  return share;
+}
+
+TEST(Normalised, IntervalsOfFewCountsMissTheTruthNoMoreOftenThanTheySay) {
+  for (double mean = 0.05; mean < 10; mean += 0.05) {
+    EXPECT_LE(missed(mean).above, 0.15866) << mean;
+    EXPECT_LE(missed(mean).below, 0.15866) << mean;
+  }
+  // From 10 counts on they are roots, and one count more or less is a few percent.
+  for (double mean = 10; mean < 200; mean += 0.5) {
+    EXPECT_NEAR(missed(mean).above, 0.1587, 0.07) << mean;
+    EXPECT_NEAR(missed(mean).below, 0.1587, 0.07) << mean;
+  }
 }
 
 TEST(Normalised, WhereNothingIsExpectedThereIsNone) {

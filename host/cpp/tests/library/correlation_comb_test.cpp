@@ -4,12 +4,16 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <random>
 
+#include "support/pulls.hpp"
 #include "support/simulated_correlation.hpp"
+#include "support/simulated_recording.hpp"
 
 namespace {
 
+using orvo::test::expect_standard;
 using orvo::timing::correlation_comb;
 using orvo::timing::CorrelationBins;
 using orvo::timing::CorrelationComb;
@@ -82,6 +86,29 @@ TEST(CorrelationComb, AHigherToothIsAPeak) {
   EXPECT_NEAR(comb->odd->pairs.value, 3600, 4 * comb->odd->pairs.error);
 }
 
+TEST(CorrelationComb, PeriodIsThatBetweenTheTrueMiddlesOfBins) {
+  // Bins of 2 ps hold 0 alone, 1 and 2, -2 and -1 ...: the middles of bins 1 and -1 are 3 ps from one another, not 4.
+  // Taken for 4 they make a period among eight teeth on either side 0.1 ps longer.
+  CorrelationBins bins;
+  bins.bin_ps = 2;
+  for (int k = -250; k <= 250; ++k) {
+    const double middle_ps = 2 * k - (k > 0 ? 0.5 : k < 0 ? -0.5 : 0);
+    const double half_ps = k == 0 ? 0.5 : 1;
+    double mean = 2 * half_ps;
+    for (int tooth = -10; tooth <= 10; ++tooth) {
+      const double x = middle_ps - 60 * tooth;
+      mean +=
+          1e5 * (orvo::test::gaussian_profile((x + half_ps) / 12) - orvo::test::gaussian_profile((x - half_ps) / 12));
+    }
+    bins.middle_ps.push_back(middle_ps);
+    bins.counts.push_back(std::round(mean));
+    bins.expected.push_back(2 * half_ps * 1700);
+  }
+  const auto comb = correlation_comb(bins);
+  ASSERT_TRUE(comb);
+  EXPECT_NEAR(comb->period_ps.value, 60, 0.005);
+}
+
 TEST(CorrelationComb, OfNarrowTeethIsNotTakenForOneOfHalfThePeriod) {
   const auto comb = correlation_comb(drawn_comb({.period = 100.3, .width = 2, .pairs = 300, .background = 0.1}, 5));
   ASSERT_TRUE(comb);
@@ -101,12 +128,52 @@ TEST(CorrelationComb, IsFoundInNearlyAllRecordingsWithTheErrorItTells) {
     const SimulatedComb source{.period = 41.3, .width = 5, .pairs = 40, .background = 0.5};
     if (const auto comb = correlation_comb(drawn_comb(source, seed))) {
       ++found;
-      period.add((comb->period_ps.value - 41.3) / comb->period_ps.error);
+      period.add(comb->period_ps.value - 41.3, comb->period_ps.error);
     }
   }
   EXPECT_GE(found, 57);
   EXPECT_NEAR(period.mean(), 0, 0.6);
   EXPECT_NEAR(period.width(), 1, 0.4);
+}
+
+struct CombRegime {
+  const char* name;
+  SimulatedComb source;
+};
+
+TEST(CorrelationComb, NumbersHaveMeanZeroAndWidthOne) {
+  const int seeds = orvo::test::simulation_setting("ORVO_SIMULATION_SEEDS", 20);
+  for (const auto& [name, source] : {CombRegime{"no tooth unlike the others", {}},
+                                     {"missing tooth", {.odd = 17, .odd_pairs = 0}},
+                                     {"half a tooth", {.odd = 9, .odd_pairs = 200}},
+                                     {"tooth ten times the others", {.odd = 20, .odd_pairs = 4000}}}) {
+    orvo::test::Pulls period;
+    orvo::test::Pulls floor;
+    orvo::test::Pulls tooth;
+    orvo::test::Pulls odd_pairs;
+    orvo::test::Pulls odd_ratio;
+    for (int seed = 0; seed < seeds; ++seed) {
+      const auto comb = correlation_comb(drawn_comb(source, static_cast<std::uint64_t>(seed)));
+      ASSERT_TRUE(comb) << name;
+      ASSERT_EQ(comb->odd.has_value(), source.odd >= 0) << name;  // a false one in 100 000 is allowed
+      period.add(comb->period_ps.value - source.period, comb->period_ps.error);
+      floor.add(comb->level.value - source.background / (source.background + source.pairs / source.period),
+                comb->level.error);
+      if (!comb->odd) {
+        tooth.add(comb->pairs.value - source.pairs, comb->pairs.error);
+        continue;
+      }
+      odd_pairs.add(comb->odd->pairs.value - std::abs(source.odd_pairs - source.pairs), comb->odd->pairs.error);
+      odd_ratio.add(comb->odd->of_others.value - source.odd_pairs / source.pairs, comb->odd->of_others.error);
+    }
+    std::printf("%-28s", name);
+    expect_standard("period", period);
+    expect_standard("floor", floor);
+    if (source.odd < 0) expect_standard("tooth", tooth);
+    if (source.odd >= 0) expect_standard("pairs", odd_pairs);
+    if (source.odd >= 0) expect_standard("g2", odd_ratio);
+    std::printf("\n");
+  }
 }
 
 TEST(CorrelationComb, IsNotSeenInNoisePeaksAndDips) {

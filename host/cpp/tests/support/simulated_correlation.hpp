@@ -1,5 +1,6 @@
 #pragma once
 // Correlation histograms drawn from a known source: counts of every bin are Poisson, as in repeated recordings.
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -59,23 +60,5 @@ inline timing::CorrelationBins drawn_bins(const SimulatedSource& source, std::ui
   }
   return bins;
 }
-
-/// Mean and width of the differences to what is true, in units of the errors told.
-class Pulls {
- public:
-  void add(double pull) {
-    ++count_;
-    sum_ += pull;
-    squares_ += pull * pull;
-  }
-  int count() const { return count_; }
-  double mean() const { return sum_ / count_; }
-  double width() const { return std::sqrt(squares_ / count_ - mean() * mean()); }
-
- private:
-  int count_ = 0;
-  double sum_ = 0;
-  double squares_ = 0;
-};
 
 }  // namespace orvo::test

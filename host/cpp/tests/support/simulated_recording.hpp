@@ -50,9 +50,10 @@ inline std::vector<double> poisson_moments_ps(double rate_hz, double seconds, co
 
 /// Two detectors, each of which sees light of its own beside that of a source of pairs.
 struct PairSource {
-  double rate_hz = 10'000;  ///< of tags on either channel, all in all
+  double rate_hz = 10'000;  ///< of tags on A, all in all
+  double ratio = 1;         ///< of the tags on B to those on A
   double seconds = 10;
-  double share = 0;  ///< of the tags on either channel whose partner is in the recording, too
+  double share = 0;  ///< of the tags on A whose partner is in the recording, too
   double delay_ps = 0;
   double jitter_ps = 100;
   RateDrift drift = {};
@@ -86,7 +87,8 @@ inline PairTags recorded_pairs(const PairSource& source, std::uint64_t seed) {
     add(tags.b, (source.delay_ps < 0 ? at : at + before_ps) + jitter(random));
   }
   for (Times* times : {&tags.a, &tags.b}) {
-    for (const double at : poisson_moments_ps(source.rate_hz - pairs_hz, source.seconds, source.drift, random))
+    const double rate_hz = source.rate_hz * (times == &tags.b ? source.ratio : 1);
+    for (const double at : poisson_moments_ps(rate_hz - pairs_hz, source.seconds, source.drift, random))
       add(*times, at);
     std::sort(times->begin(), times->end());
   }

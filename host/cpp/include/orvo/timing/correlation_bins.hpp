@@ -62,6 +62,18 @@ inline std::optional<NormalisedCount> normalised(double count, double expected) 
 
 namespace detail {
 
+/// The true middle of a bin, in bins from the first one: not always that of its number, see `bin_middles_ps`.
+inline double place_of_bin(const CorrelationBins& bins, std::size_t bin) {
+  const std::size_t half = bins.size() / 2;
+  return (bins.middle_ps[bin] - bins.middle_ps[half]) / bins.bin_ps + static_cast<double>(half);
+}
+
+/// The delay at such a place.
+inline double place_in_ps(const CorrelationBins& bins, double place) {
+  const std::size_t half = bins.size() / 2;
+  return bins.middle_ps[half] + (place - static_cast<double>(half)) * bins.bin_ps;
+}
+
 /// Sums over runs of bins.
 class RunningSums {
  public:

@@ -143,7 +143,9 @@ inline std::optional<CorrelationComb> correlation_comb(const CorrelationBins& bi
   }
   const auto teeth = static_cast<double>(cells.size());
   const Estimate above = pairs_above(sums.counts, sums.expected, comb.level);
-  comb.pairs = {above.value / teeth, above.error / teeth};
+  // The floor's bins are among those counted: it rises with them.
+  const double variance = above.error * above.error - 2 * comb.level.value * sums.expected;
+  comb.pairs = {above.value / teeth, std::sqrt(std::max({variance, above.value, 1.0})) / teeth};
   if (cells.size() >= 4) comb.odd = detail::odd_tooth(cells, comb.level, line, bins);
   if (comb.odd) comb.pairs.value = comb.odd->others_pairs;
   return comb;

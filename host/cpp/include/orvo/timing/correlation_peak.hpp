@@ -99,7 +99,7 @@ inline void describe_shape(CorrelationPeak& peak, const CorrelationBins& bins, c
 ///
 /// Width: distance of the crossings at half of the top of the counts, smoothed by a Gaussian no wider than the noise
 /// asks for and never wider than the peak; it is that of the Gaussian, summed over bins, whose crossings lie as far
-/// apart. A two-sided exponential reads 16 % wide, a rectangle 2 % narrow. Below 100 pairs read its error as a
+/// apart. A two-sided exponential reads 15 % wide, a rectangle 2 % narrow. Below 100 pairs read its error as a
 /// factor. Place: mean of the pairs within 1.5 widths. Pairs: all counts there and in masked bins beside, less the
 /// background.
 inline CorrelationPeak correlation_peak(const CorrelationBins& bins, const CorrelationBackground& background,

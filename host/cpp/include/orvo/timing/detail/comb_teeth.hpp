@@ -59,7 +59,7 @@ inline CombCell comb_cell(const CorrelationBins& bins, double place, double peri
   for (std::size_t i = first; i < end; ++i) {
     const auto [in_tooth, in_rest] = parts(i);
     const double weight = in_tooth - scale * in_rest;
-    const double distance = static_cast<double>(i) - place;
+    const double distance = place_of_bin(bins, i) - place;
     cell.tooth.error += weight * weight * bins.counts[i];
     moment += in_tooth * (bins.counts[i] - floor * bins.expected[i]) * distance;
     square += in_tooth * in_tooth * bins.counts[i] * distance * distance;

@@ -99,11 +99,6 @@ inline PeakBins peak_bins(const CorrelationBins& bins, const CorrelationBackgrou
   return result;
 }
 
-inline double place_in_ps(const CorrelationBins& bins, double place) {
-  const std::size_t half = bins.size() / 2;
-  return bins.middle_ps[half] + (place - static_cast<double>(half)) * bins.bin_ps;
-}
-
 /// Bins joined in groups, so that a wide peak is as quick to fit as a narrow one.
 inline CorrelationBins joined(const CorrelationBins& bins, std::size_t group) {
   CorrelationBins wide;

@@ -30,12 +30,11 @@ inline PeakHeights peak_heights(const CorrelationBins& bins, Estimate level, dou
   heights.typical = upper_median(std::move(positive));
   heights.level = heights.typical * level.value;
   heights.level_error = heights.typical * level.error;
-  const std::size_t half = bins.size() / 2;
   for (std::size_t i = 0; i < bins.size(); ++i) {
     const double scale = bins.expected[i] > 0 ? heights.typical / bins.expected[i] : 0;
     heights.height.push_back(sign * (bins.counts[i] - level.value * bins.expected[i]) * scale);
     heights.variance.push_back(bins.counts[i] * scale * scale);
-    heights.place.push_back((bins.middle_ps[i] - bins.middle_ps[half]) / bins.bin_ps + static_cast<double>(half));
+    heights.place.push_back(place_of_bin(bins, i));
   }
   return heights;
 }
