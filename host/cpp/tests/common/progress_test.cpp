@@ -50,6 +50,17 @@ TEST(Progress, LeavesAnEmptyLine) {
   EXPECT_EQ(out.str(), "\rsimulating: 50 %\r" + std::string(16, ' ') + "\r");
 }
 
+TEST(Progress, TellsAnyState) {
+  std::ostringstream out;
+  Progress progress(out, true, "correlating", kStart);
+  progress.tell_state("pass 1, 99 %", kStart + 999ms);
+  progress.tell_state("pass 2, 0 %", kStart + 1000ms);
+  progress.tell_state("pass 2, 10 %", kStart + 1249ms);
+  progress.tell_state("channels 0 and 1", kStart + 1250ms);
+  progress.tell_state("pass 3, 0 %", kStart + 1500ms);
+  EXPECT_EQ(out.str(), "\rcorrelating: pass 2, 0 %\rcorrelating: channels 0 and 1\rcorrelating: pass 3, 0 %     ");
+}
+
 // 512 MiB in 2 s are 256 MiB/s; what is left of 1536 MiB takes 4 s more.
 TEST(Progress, TellsTheRateAndTheTimeThatIsLeft) {
   std::ostringstream out;

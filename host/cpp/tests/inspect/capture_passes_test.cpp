@@ -54,6 +54,8 @@ class CapturePassesTest : public testing::Test {
     return path() + ": changed while it was read; pairs of channels need it several times";
   }
 
+  std::ostringstream nowhere_;
+  Progress silent_{nowhere_, false, "correlating"};
   const Tags tags_{{0, 10}, {1, 25}, {0, 40}, {3, 55}, {0, 70}};
   orvo::test::TempDirectory directory_;
 };
@@ -62,7 +64,7 @@ TEST_F(CapturePassesTest, GiveTheInspectedTagsAnyNumberOfTimes) {
   write(tags_);
   const RepeatableInput input(path());
   const Inspection inspection = inspected();
-  CapturePasses passes(inspection, input, 0);
+  CapturePasses passes(inspection, input, 0, silent_);
   for (int pass = 0; pass < 3; ++pass) EXPECT_EQ(decoded(passes), tags_);
   EXPECT_EQ(passes.extent(0).tags, 3U);
   EXPECT_EQ(passes.extent(0).first_ps, 10);
@@ -70,11 +72,23 @@ TEST_F(CapturePassesTest, GiveTheInspectedTagsAnyNumberOfTimes) {
   EXPECT_EQ(passes.extent(2).tags, 0U);
 }
 
+// Since the clock began a line has been due.
+TEST_F(CapturePassesTest, TellHowFarTheyAre) {
+  write(tags_);
+  const RepeatableInput input(path());
+  const Inspection inspection = inspected();
+  std::ostringstream terminal;
+  Progress progress(terminal, true, "correlating", Progress::Clock::time_point{});
+  CapturePasses passes(inspection, input, 0, progress);
+  decoded(passes);
+  EXPECT_EQ(terminal.str(), "\rcorrelating: pass 1, 100 %");
+}
+
 TEST_F(CapturePassesTest, StopAfterTheWantedTags) {
   write(tags_);
   const RepeatableInput input(path());
   const Inspection inspection = inspected(3);
-  CapturePasses passes(inspection, input, 3);
+  CapturePasses passes(inspection, input, 3, silent_);
   EXPECT_EQ(decoded(passes), Tags(tags_.begin(), tags_.begin() + 3));
 }
 
@@ -83,7 +97,7 @@ TEST_F(CapturePassesTest, ReadNoFurtherWhenTheFileGrows) {
   const RepeatableInput input(path());
   const Inspection inspection = inspected();
   std::ofstream(path(), std::ios::binary | std::ios::app) << "more and more bytes";
-  CapturePasses passes(inspection, input, 0);
+  CapturePasses passes(inspection, input, 0, silent_);
   EXPECT_EQ(decoded(passes), tags_);
 }
 
@@ -91,7 +105,7 @@ TEST_F(CapturePassesTest, FailWhenTheFileIsCutOrAnotherOne) {
   write(tags_);
   const RepeatableInput input(path());
   const Inspection inspection = inspected();
-  CapturePasses passes(inspection, input, 0);
+  CapturePasses passes(inspection, input, 0, silent_);
   write({{0, 10}, {1, 25}, {0, 40}, {3, 55}, {0, 71}});
   EXPECT_EQ(failure(passes), changed());
   write({{0, 10}, {1, 25}, {0, 40}, {3, 55}});
@@ -102,7 +116,7 @@ TEST_F(CapturePassesTest, FailWhenATimeInTheMiddleChanges) {
   write(tags_);
   const RepeatableInput input(path());
   const Inspection inspection = inspected();
-  CapturePasses passes(inspection, input, 0);
+  CapturePasses passes(inspection, input, 0, silent_);
   EXPECT_EQ(decoded(passes), tags_);
   write({{0, 10}, {1, 25}, {0, 41}, {3, 55}, {0, 70}});
   EXPECT_EQ(failure(passes), changed());

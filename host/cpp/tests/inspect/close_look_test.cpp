@@ -86,8 +86,7 @@ TEST(LookClosely, CountsAllTagsWhereASampleStandsOut) {
   // 300,000 tags on either channel: 90,000 pairs by chance in 100 ns, 4 sqrt(90,000 100) = 12,000 make up 4 sigmas.
   Recording recording(300'000, kLength, 12'000, 30'000'000);
   const DelayCandidates candidates = sixteen(recording, kLength, kFolds);
-  const auto views = candidate_views(candidates, {0, 100'000, 1024}, 1);
-  const std::vector<NarrowWindow> windows = look_closely(candidates, views, recording.counter(), {});
+  const std::vector<NarrowWindow> windows = look_closely(candidates, {0, 100'000, 1024}, recording.counter(), {});
   ASSERT_EQ(recording.counted.size(), 2U);
   EXPECT_EQ(recording.counted[0],
             std::pair(std::uint64_t{28}, std::size_t{16}));  // 12,000^2 / (12,000 + 90,000) / 49
@@ -102,8 +101,7 @@ TEST(LookClosely, LooksAtAllOfARecordingThatASampleDoesNotShow) {
   Recording recording(300'000, 100'000'000'000, 0, 0);
   std::fill(recording.a.begin() + 1, recording.a.end() - 1, recording.a[150'000]);
   const DelayCandidates candidates = sixteen(recording, 100'000'000'000, 100);
-  const auto views = candidate_views(candidates, {0, 100'000, 1024}, 1);
-  look_closely(candidates, views, recording.counter(), {});
+  look_closely(candidates, {0, 100'000, 1024}, recording.counter(), {});
   ASSERT_EQ(recording.counted.size(), 2U);
   EXPECT_EQ(recording.counted[0].first, 28U);
   EXPECT_EQ(recording.counted[1], std::pair(std::uint64_t{1}, std::size_t{16}));

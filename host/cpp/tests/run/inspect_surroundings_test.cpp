@@ -104,6 +104,16 @@ TEST_F(InspectSurroundings, ATerminalShowsTheProgressOfALongRun) {
   EXPECT_TRUE(std::regex_match(shown, line)) << testing::PrintToString(shown);
 }
 
+// The second that passes is one of the inspection. What follows shows its own line at once, and leaves none, either.
+TEST_F(InspectSurroundings, ATerminalShowsTheProgressOfPairs) {
+  PseudoTerminal terminal;
+  EXPECT_EQ(inspect_and(let_a_second_pass, {"--pair=0,1"}, terminal.slave()), 0);
+  const std::string shown = terminal.written();
+  const std::regex lines(
+      "(\rinspecting: [^\r]+)+\r +\r(\rcorrelating: (pass [0-9]+, [0-9]+ %|channels 0 and 1) *)+\r +\r");
+  EXPECT_TRUE(std::regex_match(shown, lines)) << testing::PrintToString(shown);
+}
+
 TEST_F(InspectSurroundings, AShortRunShowsNoProgress) {
   write({{0, 10}, {1, 25}});
   PseudoTerminal terminal;

@@ -32,7 +32,12 @@ class Progress {
     if (is_due(now)) show(percent(done));
   }
 
-  /// The same with the rate so far and the time it leaves: "converting: 25 %, 310 MiB/s, 3.20 s left". Where the
+  /// What is being done, where nobody knows how much is left: "correlating: pass 3, 25 %".
+  void tell_state(const std::string& state, Clock::time_point now = Clock::now()) {
+    if (is_due(now)) show(state);
+  }
+
+  /// As `tell`, with the rate so far and the time it leaves: "converting: 25 %, 310 MiB/s, 3.20 s left". Where the
   /// total is not known, 0, it tells how much was done: "converting: 1.50 GiB, 310 MiB/s".
   void tell_bytes(std::uint64_t done, std::uint64_t total, Clock::time_point now = Clock::now()) {
     if (!is_due(now)) return;

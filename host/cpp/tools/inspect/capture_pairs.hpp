@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/progress.hpp"
 #include "common/units.hpp"
 #include "inspect/capture_passes.hpp"
 #include "inspect/inspection.hpp"
@@ -26,13 +27,17 @@ inline std::vector<ChannelPair> wanted_pairs(const Options& options) {
 
 /// What the options ask for of the pairs of channels of a capture that was inspected. It is read as often as the
 /// search takes; if its tags are too far out of order for that, they are all kept. Throws `Error`.
-inline std::vector<PairFinding> pairs_of(const Inspection& of, const RepeatableInput& input, const Options& options) {
+inline std::vector<PairFinding> pairs_of(const Inspection& of, const RepeatableInput& input, const Options& options,
+                                         Progress& progress) {
   // A reach that was asked for is worth the time of more bins: half the share is found.
   constexpr std::size_t kThoroughBins = std::size_t{1} << 22;
   PairSearchSettings settings;
   if (options.reach_ps >= 0) settings = {options.reach_ps, kThoroughBins};
+  settings.before_pair = [&](ChannelPair pair) {
+    progress.tell_state("channels " + std::to_string(pair.first) + " and " + std::to_string(pair.second));
+  };
   const std::vector<ChannelPair> pairs = wanted_pairs(options);
-  CapturePasses passes(of, input, options.max_tags);
+  CapturePasses passes(of, input, options.max_tags, progress);
   try {
     return find_in_passes(passes, pairs, settings);
   } catch (const TooDisordered&) {

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 
+#include "common/progress.hpp"
 #include "inspect/capture_input.hpp"
 #include "inspect/inspection.hpp"
 #include "orvo/timing/chance_pairs.hpp"
@@ -125,8 +126,8 @@ class SummingSink {
 class CapturePasses {
  public:
   /// Of no more than `max_tags` tags, all when that is 0.
-  CapturePasses(const Inspection& of, const RepeatableInput& input, std::uint64_t max_tags)
-      : of_(of), input_(input), max_tags_(max_tags == 0 ? UINT64_MAX : max_tags) {}
+  CapturePasses(const Inspection& of, const RepeatableInput& input, std::uint64_t max_tags, Progress& progress)
+      : of_(of), input_(input), max_tags_(max_tags == 0 ? UINT64_MAX : max_tags), progress_(progress) {}
 
   orvo::timing::ChannelExtent extent(unsigned channel) const {
     const ChannelFacts& facts = of_.facts().channels[channel];
@@ -141,12 +142,16 @@ class CapturePasses {
     orvo::timing::StreamDecoder decoder(of_.header());
     SummingSink<Sink> summing(sink, max_tags_);
     orvo::timing::NoObserver nobody;
-    std::uint64_t left = of_.input().payload_bytes_read();
+    const std::uint64_t all = of_.input().payload_bytes_read();
+    std::uint64_t left = all;
+    ++pass_;
     while (left != 0 && !summing.is_full()) {
       const std::size_t count = input.read(decoder.pending_bytes, left);
       if (count == 0) break;
       left -= count;
       orvo::timing::detail::decode_pending(decoder, summing, nobody);
+      const int percent = static_cast<int>(100 * (static_cast<double>(all - left) / static_cast<double>(all)));
+      progress_.tell_state("pass " + std::to_string(pass_) + ", " + std::to_string(percent) + " %");
     }
     check(summing.sums());
   }
@@ -171,6 +176,8 @@ class CapturePasses {
   const Inspection& of_;
   const RepeatableInput& input_;
   std::uint64_t max_tags_;
+  Progress& progress_;
+  int pass_ = 0;
   std::optional<TagSums> sums_;
 };
 

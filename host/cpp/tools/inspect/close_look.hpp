@@ -76,11 +76,12 @@ inline std::vector<std::size_t> promising(const DelayCandidates& candidates,
   return pairs < chance / 2 ? all : chosen;
 }
 
-/// What stands out most in each view; of no bins where a sample has shown that it is nothing.
-inline std::vector<NarrowWindow> look_closely(const DelayCandidates& candidates,
-                                              const std::vector<orvo::timing::XcorrWindow>& views,
+/// What stands out most in the view of each candidate; of no bins where a sample has shown that it is nothing.
+inline std::vector<NarrowWindow> look_closely(const DelayCandidates& candidates, const FoldedGrid& grid,
                                               const CountWindows& count,
                                               const orvo::timing::DifferenceGrid& differences) {
+  const std::vector<orvo::timing::XcorrWindow> views =
+      candidate_views(candidates, grid, differences.narrowest_bin_ps());
   const std::vector<std::size_t> chosen = promising(candidates, views, count, differences);
   std::vector<orvo::timing::XcorrWindow> chosen_views;
   for (const std::size_t i : chosen) chosen_views.push_back(views[i]);

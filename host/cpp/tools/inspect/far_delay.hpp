@@ -66,9 +66,11 @@ inline void take_if_better(BestDelay& best, const DelayCandidate& candidate, con
 }
 
 /// The delay of two channels within reach. Bins of the folded correlation have proposed places; the best 16 of them
-/// are looked at closely, and one counts if by chance not one capture in ten thousand had any as clear.
-inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGrid& grid, const CountWindows& count,
-                               const orvo::timing::DifferenceGrid& differences = {}) {
+/// were looked at closely, which gave `windows`, and one counts if by chance not one capture in ten thousand had any
+/// as clear.
+inline FarDelay find_far_delay(const DelayCandidates& candidates, const std::vector<NarrowWindow>& windows,
+                               const FoldedGrid& grid, const CountWindows& count,
+                               const orvo::timing::DifferenceGrid& differences) {
   FarDelay result;
   result.period_ps = candidates.period_ps;
   result.ambiguous = candidates.period_ps.has_value();
@@ -78,7 +80,6 @@ inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGr
   if (views.empty()) return result;
   const auto bins = static_cast<double>(grid.bins);
   const double reach_ps = bins * static_cast<double>(grid.bin_ps);
-  const std::vector<NarrowWindow> windows = look_closely(candidates, views, count, differences);
   BestDelay best;
   for (std::size_t i = 0; i < views.size(); ++i) {
     // Six pairs of channels; three windows beginning in each narrow bin, two in each folded one.
@@ -100,7 +101,9 @@ inline FarDelay find_far_delay(const DelayCandidates& candidates, const FoldedGr
 
 inline FarDelay find_far_delay(const FoldedCorrelation& correlation, const CountWindows& count,
                                const orvo::timing::DifferenceGrid& differences = {}) {
-  return find_far_delay(delay_candidates(correlation), correlation.grid, count, differences);
+  const DelayCandidates candidates = delay_candidates(correlation);
+  const std::vector<NarrowWindow> windows = look_closely(candidates, correlation.grid, count, differences);
+  return find_far_delay(candidates, windows, correlation.grid, count, differences);
 }
 
 }  // namespace

@@ -4,12 +4,16 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <utility>
 #include <vector>
 
+#include "inspect/close_look.hpp"
+#include "inspect/delay_candidates.hpp"
 #include "inspect/far_delay.hpp"
 #include "inspect/folded_candidates.hpp"
 #include "inspect/folded_times.hpp"
@@ -30,7 +34,7 @@ namespace {
 class PairSearch {
  public:
   PairSearch(PairSource& source, const PairSearchSettings& settings)
-      : source_(source), grid_(source, settings), candidates_(source) {}
+      : source_(source), before_pair_(settings.before_pair), grid_(source, settings), candidates_(source) {}
   /// In lists, which must outlive the search.
   PairSearch(const ChannelLists& times_ps, const PairSearchSettings& settings)
       : PairSearch(std::make_unique<ListSource>(times_ps), settings) {}
@@ -39,6 +43,7 @@ class PairSearch {
   FoldedGrid grid() const { return grid_.folded(); }
 
   PairFinding find(unsigned a, unsigned b) {
+    if (before_pair_) before_pair_({a, b});
     PairFinding nothing{a, b, kNearViews[0], {}, false, {}, {}};
     if (is_empty(a) || is_empty(b)) {
       nothing.statistics = statistics_in(a, b, nothing.view);
@@ -48,7 +53,10 @@ class PairSearch {
     const auto count = [&](std::span<const XcorrWindow> windows, std::uint64_t one_of) {
       return source_.count(a, b, windows, one_of);
     };
-    FarDelay far = find_far_delay(candidates_.of({a, b}, grid()), grid(), count, differences_);
+    const DelayCandidates& candidates = candidates_.of({a, b}, grid());
+    std::vector<NarrowWindow>& windows = windows_[{a, b}];
+    if (windows.empty()) windows = look_closely(candidates, grid(), count, differences_);
+    FarDelay far = find_far_delay(candidates, windows, grid(), count, differences_);
     if (far.view && !grid_.reaches(*far.view)) far.view.reset();
     nothing.overview = far.overview;
     PairFinding finding = nothing;
@@ -87,7 +95,7 @@ class PairSearch {
     return orvo::timing::pair_statistics(source_.count(a, b, {&view, 1}, 1).front(), context, view);
   }
 
-  void take(PairFinding& finding, const orvo::timing::XcorrWindow& view) const {
+  void take(PairFinding& finding, const XcorrWindow& view) const {
     finding.view = view;
     finding.statistics = statistics_in(finding.channel_a, finding.channel_b, view);
     const auto& comb = finding.statistics.judgement.comb;
@@ -150,9 +158,11 @@ class PairSearch {
 
   PairSource& source_;
   std::unique_ptr<PairSource> own_source_;
+  std::function<void(ChannelPair)> before_pair_;
   SearchGrid grid_;
   FoldedCandidates candidates_;
-  orvo::timing::DifferenceGrid differences_;  // of the channels that are looked at
+  std::map<ChannelPair, std::vector<NarrowWindow>> windows_;  // what the candidates show
+  orvo::timing::DifferenceGrid differences_;                  // of the channels that are looked at
 };
 
 /// The findings of these pairs.

@@ -50,16 +50,22 @@ class InspectionRun {
   /// A report that is standard output would not be one any more with another text beside it.
   bool prints() const { return !options_.quiet && options_.json != "-" && options_.html != "-"; }
 
+  bool shows_progress() const { return console_.err_is_terminal && !options_.no_progress; }
+
   /// A capture that cannot be read is told on standard error, and the others are still inspected.
   void inspect(const std::string& path) {
     std::unique_ptr<Inspection> inspection;
     try {
-      Progress progress(console_.err, console_.err_is_terminal && !options_.no_progress, "inspecting");
+      const Progress::Clock::time_point start = Progress::Clock::now();
       std::optional<RepeatableInput> again;
       if (looks_at_pairs(options_)) again.emplace(path);
-      inspection = std::make_unique<Inspection>(path, options_.max_tags, progress, again ? again->copy() : -1);
+      {
+        Progress progress(console_.err, shows_progress(), "inspecting", start);
+        inspection = std::make_unique<Inspection>(path, options_.max_tags, progress, again ? again->copy() : -1);
+      }
       pairs_.clear();
-      if (again) pairs_ = pairs_of(*inspection, *again, options_);
+      Progress progress(console_.err, shows_progress(), "correlating", start);
+      if (again) pairs_ = pairs_of(*inspection, *again, options_, progress);
     } catch (const std::exception& error) {
       console_.err << error.what() << '\n';
       failed_ = true;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
 
@@ -20,6 +21,7 @@ namespace {
 struct PairSearchSettings {
   std::optional<std::int64_t> reach_ps;  ///< none: as far as it takes about a second
   std::size_t bins = std::size_t{1} << 20;
+  std::function<void(ChannelPair)> before_pair = {};  ///< told what is searched next, if it is not empty
 };
 
 /// The reach of a search, and the grid that times are folded into for it.
