@@ -45,12 +45,14 @@ inline orvo::timing::XcorrWindow view_of(double middle_ps, double range_ps, doub
   return {whole_ps(std::max(range_ps, width_ps)), whole_ps(width_ps), whole_ps(middle_ps)};
 }
 
-/// Against what chance gives per picosecond, or against what the window itself shows if that is more.
+/// Against what the window itself shows; where its bins hold too few pairs to tell, at least against what chance
+/// gives per picosecond, which of a folded correlation is what all delays give that are folded on one.
 inline NarrowWindow best_narrow_window(const orvo::timing::XcorrHistogram& histogram,
                                        const orvo::timing::XcorrWindow& window, double chance_per_ps,
                                        const orvo::timing::DifferenceGrid& differences) {
   using namespace orvo::timing;
   constexpr std::size_t kWidest = 256;
+  constexpr double kEnoughPairs = 100;
   constexpr double kOffTheGrid = 1e-3;  // a stray tag is not infinitely improbable
   std::vector<double> expected(histogram.counts.size());
   for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -59,9 +61,10 @@ inline NarrowWindow best_narrow_window(const orvo::timing::XcorrHistogram& histo
     expected[i] = chance_per_ps * static_cast<double>(span.last - span.first + 1) * std::max(share, kOffTheGrid);
   }
   const CorrelationBins bins = correlation_bins(histogram, window, std::move(expected));
-  const double level = std::max(correlation_background(bins).level, 1.0);
   const detail::RunningSums counts(bins.counts);
   const detail::RunningSums means(bins.expected);
+  const bool can_tell = means.of(0, bins.size()) > kEnoughPairs * static_cast<double>(bins.size());
+  const double level = std::max(correlation_background(bins).level, can_tell ? 0.1 : 1.0);
   NarrowWindow best;
   double best_sigmas = 0;
   for (std::size_t length = 1; length <= kWidest && length <= bins.size(); length *= 2) {
