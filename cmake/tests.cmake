@@ -1,8 +1,9 @@
 # Test programs; see the list of folders in host/cpp/tests.
 include(GoogleTest)
 
-# So many sources of tests are compiled as one. More at a time take less in all, but more memory.
-set(orvo_tests_at_a_time 24)
+# At most so many sources of tests are compiled as one. More at a time take less in all, but more memory: with
+# sanitizers 50 MiB each.
+set(orvo_tests_at_a_time 48)
 
 # A generated source that holds `sources`; see join_sources.cmake.
 function(orvo_join_sources file sources)
@@ -15,10 +16,10 @@ endfunction()
 
 # orvo_add_tests(<folder> [LIBRARIES <target>...] [SHARES_PRODUCT_ROOT] [NOT_UNDER_VALGRIND] [LONG])
 #
-# <folder>_tests is one program of all <name>_test.cpp of a folder, each of whose cases is a CTest entry. Its sources are
-# compiled several at a time. <folder>_<name>_test, which is built only when it is asked for, is the program of one file:
+# <folder>_tests is one program of all <name>_test.cpp of a folder, each of whose cases is a CTest entry; with sanitizers,
+# which take a tenth of a second to start, each quarter of its cases. Its sources are compiled several at a time. <folder>_<name>_test, which is built only when it is asked for, is the program of one file:
 # ninja <folder>_<name>_test takes seconds. Cases that share the product root on disk run one after the other.
-# LONG are those whose cases take longer with ORVO_TEST_OPTIONS than they save in compiling.
+# LONG are those whose cases take longer without optimisation than it takes to compile: they have options of their own.
 function(orvo_add_tests folder)
   cmake_parse_arguments(PARSE_ARGV 1 tests "SHARES_PRODUCT_ROOT;NOT_UNDER_VALGRIND;LONG" "" "LIBRARIES")
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp")
@@ -31,8 +32,16 @@ function(orvo_add_tests folder)
 
   orvo_join_tests(joined ${folder} ${sources})
   orvo_add_test_program(${folder}_tests ${joined})
-  gtest_discover_tests(${folder}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    TEST_PREFIX "${folder}." PROPERTIES ${properties})
+  if(orvo_sanitized)
+    foreach(quarter RANGE 3)
+      add_test(NAME ${folder}_${quarter} COMMAND ${folder}_tests)
+      set_tests_properties(${folder}_${quarter} PROPERTIES ${properties}
+        ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${quarter}")
+    endforeach()
+  else()
+    gtest_discover_tests(${folder}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+      TEST_PREFIX "${folder}." PROPERTIES ${properties})
+  endif()
   if(NOT tests_NOT_UNDER_VALGRIND)
     set_property(GLOBAL APPEND_STRING PROPERTY orvo_under_valgrind "$<TARGET_FILE:${folder}_tests> ${lock}\n")
   endif()
@@ -47,8 +56,9 @@ endfunction()
 function(orvo_add_test_program name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE orvo_test_settings ${tests_LIBRARIES})
-  if(tests_LONG AND ORVO_TEST_OPTIONS)
-    target_precompile_headers(${name} REUSE_FROM orvo_long_test_headers)
+  if(tests_LONG)
+    target_compile_options(${name} PRIVATE ${ORVO_LONG_TEST_OPTIONS})
+    target_precompile_headers(${name} REUSE_FROM ${orvo_long_test_headers})
   else()
     target_compile_options(${name} PRIVATE ${ORVO_TEST_OPTIONS})
     target_precompile_headers(${name} REUSE_FROM orvo_test_headers)
@@ -74,10 +84,14 @@ function(orvo_join_tests result folder)
       list(APPEND batch "${source}")
     endif()
   endforeach()
+  list(LENGTH batch count)
+  math(EXPR batches "(${count} + ${orvo_tests_at_a_time} - 1) / ${orvo_tests_at_a_time}")
   while(batch)
-    list(SUBLIST batch 0 ${orvo_tests_at_a_time} sources)
-    list(REMOVE_ITEM batch ${sources})
+    list(LENGTH batch count)
     list(LENGTH joined number)
+    math(EXPR size "${count} / (${batches} - ${number})")  # those that are left share what is left
+    list(SUBLIST batch 0 ${size} sources)
+    list(REMOVE_ITEM batch ${sources})
     set(file "${CMAKE_CURRENT_BINARY_DIR}/joined/${folder}_${number}.cpp")
     orvo_join_sources("${file}" "${sources}")
     list(APPEND joined "${file}")

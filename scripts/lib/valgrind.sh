@@ -7,7 +7,7 @@
 readonly memcheck='"valgrind" "--quiet" "--error-exitcode=99" "--leak-check=full" "--errors-for-leak-kinds=definite"'
 
 # Valgrind takes a second to start a program, a case alone much less: so many starts for each.
-readonly parts=8
+readonly parts=4
 
 # CTest entries for the programs on standard input, each line "<program> <lock or none>"; see orvo_add_tests.
 programs_under_valgrind() {
@@ -31,13 +31,15 @@ readonly tests_valgrind_cannot_run=(
   XcorrAtTheEndsOf64Bits.MoreBinsThanTheMemoryHoldsIsAnAllocationFailure
 )
 
-# Left out, too: simulated recordings by the dozen, which would take half an hour. Shorter ones run the same code.
+# Left out, too: recordings and damages by the dozen, which would take half an hour. Shorter ones run the same code.
 readonly tests_too_long_for_valgrind=(
+  CorrelationComb.IsFoundInNearlyAllRecordingsWithTheErrorItTells
   FalseAlarms.OfUnrelatedChannelsAreRare
   '*FarDelayLimits.AreKept*'
   PairSearch.DoesNotTakeAnInstrumentsGridForAPattern
   PairSearch.FindsTheDelayOnAGridWithinAnyReach
   PassSource.ComesToWhatListsComeTo
+  PayloadAccountModel.PackedDelta
   '*PulsedLight.*'
   SingleEmitter.IsToldAsADip
 )
@@ -84,14 +86,14 @@ all_that_valgrind_can_run() {
   printf '%s' "-${tests_valgrind_cannot_run[*]}:${tests_too_long_for_valgrind[*]}"
 }
 
-# run_under_valgrind [CTEST ARGUMENT...]: with three tenths of the random comparisons and a fifth of the simulated recordings
+# run_under_valgrind [CTEST ARGUMENT...]: with a tenth of the random comparisons and a fifth of the simulated recordings
 # of dev, which take 25 times as long here. Tests still require that every kind of input occurs.
 run_under_valgrind() {
   local -r programs=$root/build/dev/under_valgrind.txt
   local -r entries=$root/build/valgrind/CTestTestfile.cmake
   mkdir -p -- "$root/build/valgrind" &&
     { programs_under_valgrind <"$programs" && captures_under_valgrind; } >"$entries" &&
-    ORVO_TEST_ROUNDS=${ORVO_TEST_ROUNDS:-0.3} ORVO_SIMULATION_SEEDS=${ORVO_SIMULATION_SEEDS:-20} \
+    ORVO_TEST_ROUNDS=${ORVO_TEST_ROUNDS:-0.1} ORVO_SIMULATION_SEEDS=${ORVO_SIMULATION_SEEDS:-20} \
       GTEST_FILTER=$(all_that_valgrind_can_run) ctest --test-dir "$root/build/valgrind" \
       --output-on-failure --no-tests=error -j "${jobs:-2}" "$@"
 }

@@ -6,6 +6,7 @@
 
 #include "convert/conversion.hpp"
 #include "support/run_program.hpp"
+#include "support/sanitizer.hpp"
 
 namespace {
 
@@ -85,13 +86,7 @@ TEST_F(Converter, LeavesNoOutWhenInterrupted) {
 
 // 8 million tags of 16 bytes would not fit.
 TEST_F(Converter, NeedsNoMoreMemoryForMoreTags) {
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "the sanitizer's shadow is larger";
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-  GTEST_SKIP() << "the sanitizer's shadow is larger";
-#endif
-#endif
+  if (orvo::test::kUnderAddressSanitizer) GTEST_SKIP() << "the sanitizer's shadow is larger";
   orvo::timing::TagFileWriter writer;
   writer.open(path("in.tagcap"), raw64_header());
   for (int i = 0; i < 80; ++i) writer.write(tags_in_turn(1, 100'000, 1 + i * 50'000'000'000LL, 100'000));

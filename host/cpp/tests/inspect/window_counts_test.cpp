@@ -114,7 +114,7 @@ TEST(WindowCounts, AreThoseOfLists) {
     const Stream stream(random, std::int64_t{1} << (24 + random() % 24));
     WindowCounts counts;
     std::vector<orvo::timing::XcorrHistogram> expected;
-    for (const std::uint64_t one_of : {1, 2, 7, 64}) {
+    for (const std::uint64_t one_of : {1U, 2U, 7U, 64U}) {
       for (const auto& [a, b] : {std::pair{0U, 1U}, std::pair{2U, 0U}}) {
         const std::int64_t range_ps = std::int64_t{1} << (random() % 34);
         const XcorrWindow window{range_ps, range_ps / 500 + 1,

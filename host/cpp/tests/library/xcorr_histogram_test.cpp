@@ -12,14 +12,7 @@
 #include "orvo/timing/sorted_times.hpp"
 #include "support/checked_correlation.hpp"
 #include "support/failure.hpp"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define ORVO_TEST_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ORVO_TEST_ADDRESS_SANITIZER 1
-#endif
-#endif
+#include "support/sanitizer.hpp"
 
 namespace {
 
@@ -237,11 +230,8 @@ TEST(XcorrAtTheEndsOf64Bits, MoreBinsThanAVectorHoldsIsALengthError) {
 }
 
 TEST(XcorrAtTheEndsOf64Bits, MoreBinsThanTheMemoryHoldsIsAnAllocationFailure) {
-#ifdef ORVO_TEST_ADDRESS_SANITIZER
-  GTEST_SKIP() << "the sanitizer ends the program where the allocation fails";
-#else
+  if (orvo::test::kUnderAddressSanitizer) GTEST_SKIP() << "the sanitizer ends the program where the allocation fails";
   EXPECT_EQ(failure_of([] { xcorr_histogram({0}, {0}, std::int64_t{1} << 58, 1, 0); }), "bad_alloc");
-#endif
 }
 
 }  // namespace

@@ -108,7 +108,8 @@ class InspectReference : public InspectedCapture {
 
 TEST_F(InspectReference, RandomCapturesAreWhatTheirPayloadsTell) {
   std::map<std::string, std::uint64_t> tags_of;
-  for (std::uint64_t seed = 0; seed < 60; ++seed) {
+  const std::uint64_t captures = std::max<std::uint64_t>(rounds(60), 20);  // fewer may lack an encoding
+  for (std::uint64_t seed = 0; seed < captures; ++seed) {
     Random random(seed);
     const std::string text = random_header(random);
     const orvo::timing::StreamFileHeader header = orvo::timing::stream_header_from_json(text);
@@ -130,7 +131,8 @@ TEST_F(InspectReference, RandomCapturesAreWhatTheirPayloadsTell) {
     tags_of[found.at("payload").at("encoding")] += tags.size();
     if (HasFailure()) FAIL() << "seed " << seed << "\n" << text;
   }
-  for (const char* encoding : {"raw64", "delta32", "packed_delta"}) EXPECT_GT(tags_of[encoding], 4'000) << encoding;
+  for (const char* encoding : {"raw64", "delta32", "packed_delta"})
+    EXPECT_GT(tags_of[encoding], rounds(2'000)) << encoding;
 }
 
 }  // namespace

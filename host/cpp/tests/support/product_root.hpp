@@ -19,6 +19,7 @@
 #include "support/file_tree.hpp"
 #include "support/golden_reports.hpp"
 #include "support/run_program.hpp"
+#include "support/sanitizer.hpp"
 #include "support/temp_directory.hpp"
 
 namespace orvo::test {
@@ -26,19 +27,6 @@ namespace orvo::test {
 namespace fs = std::filesystem;
 
 inline constexpr const char* kSettingsName = "vq_verify_stream_file_xcorr.ini";
-
-/// AddressSanitizer reserves memory for itself and ends a program whose allocation fails.
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool kUnderAddressSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-inline constexpr bool kUnderAddressSanitizer = true;
-#else
-inline constexpr bool kUnderAddressSanitizer = false;
-#endif
-#else
-inline constexpr bool kUnderAddressSanitizer = false;
-#endif
 
 /// Exit status and both streams as one text, so that a comparison shows all three.
 inline std::string seen(const ProgramResult& result) {
