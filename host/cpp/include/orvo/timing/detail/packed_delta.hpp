@@ -161,8 +161,9 @@ void decode_packed_delta(StreamDecoder& decoder, Sink& sink, Observer& observer)
   observer.begin_chunk();
   ChannelCounts emitted{};
   for (std::uint64_t k = 0;; ++k) {
-    if (may_chain(decoder, records, k))
+    if (may_chain(decoder, records, k)) {
       k = decode_chained_records(decoder, rules, records, k, emitted, sink, observer);
+    }
     if (k == records.size()) break;
     const PackedRecord record = records[k];
     const PackedStep step = take_packed_record(decoder, rules, {record, k, records.size()}, observer);

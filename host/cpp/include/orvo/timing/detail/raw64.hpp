@@ -1,8 +1,7 @@
 #pragma once
 // raw64: one big-endian 64-bit word per tag, in one of two tag formats.
 //
-// Tried and left out: one pass over a block for each channel, to keep the place in its list in a register (no
-// faster).
+// Tried and left out: one pass over a block for each channel, the end of its list in a register (no faster).
 #include <algorithm>
 #include <array>
 #include <cstddef>
