@@ -2,7 +2,6 @@
 //
 //   argument | 0xFE | argument | 0xFE | ...
 #include <cstdint>
-#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // The search for the packed alignment: its answer and its diagnostic line are those of the search that decodes every
 // candidate on its own.
 //
-//   form | packed header (4) | bytes, or, with bit 0 of the form, a script of records behind some bits; bits 1 and 2
+//   form | packed header (4) | bytes, or, with bit 0 of the form, a script of records after some bits; bits 1 and 2
 //   of the form: how many there may be
 #include <stdlib.h>
 

@@ -2,13 +2,12 @@
 // and nothing but the library's own error escapes.
 //
 //   form | bytes per read (2) | tags per call | the file, or: header text | 0xFF | payload
-//   bit 0 of the form: the file; bit 1: the earlier magic; bit 2: chunks, behind an opening of its own, and no calls;
+//   bit 0 of the form: the file; bit 1: the earlier magic; bit 2: chunks, after an opening of its own, and no calls;
 //   bits 3 and 4: how long the payload may be; bits 6 and 7: calls for as many tags as there may be
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <vector>
 
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/memory_file.hpp"
@@ -107,7 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   require(reader.header_json() == expected.header_json, "the header's text is kept as it stands");
-  require(reader.payload_offset() == expected.payload_offset, "the payload lies behind the header");
+  require(reader.payload_offset() == expected.payload_offset, "the payload lies after the header");
   if (expected.payload.size() > question.most_payload_bytes) return 0;
   if (reader.header().stream_format == orvo::timing::StreamFormat::packed_delta) {
     question.max_bytes = std::max<std::uint64_t>(question.max_bytes, expected.payload.size() / kMostPackedReads);

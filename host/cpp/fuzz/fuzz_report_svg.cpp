@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "fuzz/support/input.hpp"
 #include "fuzz/support/memory_file.hpp"

@@ -76,7 +76,7 @@ class Table : public benchmark::BenchmarkReporter {
     print_line({name, figure(row.fast, unit), figure(row.plain, unit), ratio});
   }
 
-  std::map<std::string, std::map<std::string, Row>> rows_;  // by work and unit; wall, cpu, peak from behind
+  std::map<std::string, std::map<std::string, Row>> rows_;  // by work and unit; backwards: wall, cpu, peak
 };
 
 }  // namespace orvo::bench

@@ -180,6 +180,7 @@ TEST(BestDeltaBits, FitsTheGaps) {
 TEST(ConversionNote, NamesFilesWithoutTheirDirectories) {
   EXPECT_EQ(conversion_note({"/data/a.tagcap"}, "").substr(0, 23), "vq_convert_stream_file ");
   EXPECT_THAT(conversion_note({"/data/a.tagcap", "-"}, "daq"), HasSubstr(" of a.tagcap, standard input; daq"));
+  EXPECT_THAT(conversion_note({"a", "b", "c"}, ""), testing::EndsWith(" of a, b, c"));
   EXPECT_THAT(conversion_note({"a", "b", "c", "d", "e"}, ""), HasSubstr(" of a, b, c and 2 more"));
 }
 

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <numeric>
 #include <random>
-#include <span>
 #include <vector>
 
 #include "orvo/timing/stream_file_header.hpp"

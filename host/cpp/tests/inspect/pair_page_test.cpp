@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>

@@ -51,11 +51,11 @@ void expect_divisions_at_edges(const XcorrWindow& window, orvo::test::Random& ra
 }
 
 template <class Product>
-class SlotOfReachWith : public testing::Test {};
+class DelayBinningWith : public testing::Test {};
 using Products = testing::Types<std::uint64_t, Uint128>;
-TYPED_TEST_SUITE(SlotOfReachWith, Products);
+TYPED_TEST_SUITE(DelayBinningWith, Products);
 
-TYPED_TEST(SlotOfReachWith, AgreesWithTheDivisionForEveryReachOfSmallWindows) {
+TYPED_TEST(DelayBinningWith, AgreesWithTheDivisionForEveryLagOfSmallWindows) {
   for (std::int64_t bin_ps = 1; bin_ps <= 40; ++bin_ps) {
     for (std::int64_t range_ps = 1; range_ps <= 200; ++range_ps) {
       expect_divisions<TypeParam>({range_ps, bin_ps, 0}, 0, UINT64_MAX);
@@ -64,7 +64,7 @@ TYPED_TEST(SlotOfReachWith, AgreesWithTheDivisionForEveryReachOfSmallWindows) {
   }
 }
 
-TYPED_TEST(SlotOfReachWith, AgreesWithTheDivisionAtTheEdgesOfWideBins) {
+TYPED_TEST(DelayBinningWith, AgreesWithTheDivisionAtTheEdgesOfWideBins) {
   orvo::test::Random random(1);
   constexpr unsigned kMostBits = std::is_same_v<TypeParam, std::uint64_t> ? 29 : 59;
   for (int i = 0; i < 20'000; ++i) {

@@ -127,11 +127,11 @@ TEST(InterleavedPairCounter, CountsThatMoveToTheBinsEarlyAreTheSame) {
   const detail::DelayBinning<std::uint64_t> binning(window, counts.size());
   detail::SlotCounts slots(counts);
   detail::SlotCounts slots_in_one(counts_in_one);
-  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 100> lanes(window, binning, slots);
-  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>> lanes_in_one(window, binning, slots_in_one);
-  const std::size_t counted = lanes.count(a, b);
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 100> counter(window, binning, slots);
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>> counter_in_one(window, binning, slots_in_one);
+  const std::size_t counted = counter.count(a, b);
   EXPECT_GE(counted, 2500u);
-  EXPECT_EQ(lanes_in_one.count(a, b), counted);
+  EXPECT_EQ(counter_in_one.count(a, b), counted);
   EXPECT_LT(slots.unflushed(), 100u);
   EXPECT_GE(slots_in_one.unflushed(), 2500u);
   slots.flush();
@@ -202,9 +202,9 @@ TEST(InterleavedPairCounter, CountsOfPulsesThatMoveToTheBinsEarlyAreTheSame) {
   const XcorrWindow window{200, 8, 0};
   Times counts(detail::BinLayout(window).bins());
   detail::SlotCounts slots(counts);
-  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 7> lanes(
+  detail::InterleavedPairCounter<detail::DelayBinning<std::uint64_t>, 7> counter(
       window, detail::DelayBinning<std::uint64_t>(window, counts.size()), slots);
-  const auto counted = static_cast<std::int64_t>(lanes.count(a, a));
+  const auto counted = static_cast<std::int64_t>(counter.count(a, a));
   slots.flush();
   EXPECT_EQ(counted, 2816);  // whole blocks of 256 of the 2994 whose windows end before the last four
   Times expected(51);
@@ -219,13 +219,13 @@ TEST(InterleavedPairCounter, LeavesAListThatIsTooShortAlone) {
   const XcorrWindow window{1000, 8, 0};
   Times counts(detail::BinLayout(window).bins());
   detail::SlotCounts slots(counts);
-  detail::InterleavedPairCounter lanes(window, detail::DelayBinning<std::uint64_t>(window, counts.size()), slots);
-  EXPECT_EQ(lanes.count(Times{}, Times{}), 0u);
-  EXPECT_EQ(lanes.count(Times(5000, 2000), Times{3000, 4000, 5000}), 0u);
-  EXPECT_EQ(lanes.count(Times(255, 2000), Times(100, 5000)), 0u);
-  EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 5000)), 256u);
-  EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 3001)), 256u);
-  EXPECT_EQ(lanes.count(Times(256, 2000), Times(100, 3000)), 0u);  // the windows reach the end of B
+  detail::InterleavedPairCounter counter(window, detail::DelayBinning<std::uint64_t>(window, counts.size()), slots);
+  EXPECT_EQ(counter.count(Times{}, Times{}), 0u);
+  EXPECT_EQ(counter.count(Times(5000, 2000), Times{3000, 4000, 5000}), 0u);
+  EXPECT_EQ(counter.count(Times(255, 2000), Times(100, 5000)), 0u);
+  EXPECT_EQ(counter.count(Times(256, 2000), Times(100, 5000)), 256u);
+  EXPECT_EQ(counter.count(Times(256, 2000), Times(100, 3001)), 256u);
+  EXPECT_EQ(counter.count(Times(256, 2000), Times(100, 3000)), 0u);  // the windows reach the end of B
 }
 
 // Sums of four such numbers must fit: two times, range and offset.

@@ -5,7 +5,6 @@
 #include <array>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "support/encoded.hpp"
 #include "support/failure.hpp"

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <span>
-#include <string>
 
 #include "orvo/timing/stream_decoder.hpp"
 #include "support/as_reference.hpp"

@@ -1,7 +1,6 @@
 // Settings at the limits of 64 bits give what unbounded integers would give, or the standard library's own failure.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "support/product_root.hpp"

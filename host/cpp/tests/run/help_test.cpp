@@ -1,7 +1,6 @@
 // The help request: any help word, anywhere, before everything else.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "support/product_root.hpp"

@@ -124,6 +124,26 @@ TEST_F(InspectOptions, JsonOfSeveralCapturesIsAnArrayOfThoseThatCouldBeRead) {
   EXPECT_EQ(Json::parse(read_file(directory() / "r.json")), Json::array());
 }
 
+// 131 073 tags of 8 bytes: one more than are read at once.
+TEST_F(InspectOptions, JsonTellsThePayloadsOfTheFileAndOfWhatWasRead) {
+  write(std::vector<MadeTag>(131'073));
+  const Json report = this->report({"--max-tags=1"});
+  EXPECT_EQ(report.at("file").at("payload_bytes"), 1'048'584);
+  EXPECT_EQ(report.at("payload").at("bytes"), 1'048'576);
+}
+
+TEST_F(InspectOptions, ThePagePlotsTimesFromTheFirstTagOn) {
+  write({{0, 5'000'000'000'000}, {0, 5'000'000'000'100}});
+  expect({"--quiet", "--html", "p.html", "c.tagcap"}, 0, "", "");
+  const std::string page = read_file(directory() / "p.html");
+  const std::string begin = "<script type=\"application/json\" id=\"report\">";
+  const auto from = page.find(begin) + begin.size();
+  const Json rates = Json::parse(page.substr(from, page.find("</script>", from) - from)).at("rates");
+  EXPECT_EQ(rates.at("start_s"), 0.0);
+  EXPECT_EQ(rates.at("slice_s"), 1e-12);
+  EXPECT_EQ(rates.at("counts").at(0).size(), 101u);
+}
+
 TEST_F(InspectOptions, AReportThatCannotBeWrittenIsAFailure) {
   expect({"--quiet", "--json", "no/where.json", "c.tagcap"}, 1, "", "cannot create no/where.json\n");
   expect({"--quiet", "--json", ".", "c.tagcap"}, 1, "", ". is not an ordinary file\n");

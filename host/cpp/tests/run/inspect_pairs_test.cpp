@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>

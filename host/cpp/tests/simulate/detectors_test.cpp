@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "simulate/time_grid.hpp"
 #include "support/stream_feeding.hpp"
 

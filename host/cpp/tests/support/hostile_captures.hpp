@@ -96,7 +96,7 @@ inline void lose_lock(PackedWriter& out) {
 }
 
 /// So many of them that each of `reads` reads loses its lock at once: the next then finds all of the file undecoded,
-/// event by event. Channels 0 and 1 are locked behind them, and the last byte is filled.
+/// event by event. Channels 0 and 1 are locked after them, and the last byte is filled.
 inline Bytes locked_after(unsigned delta_bits, std::int64_t reads) {
   PackedWriter out(delta_bits);
   for (; reads > 0; --reads) lose_lock(out);

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 

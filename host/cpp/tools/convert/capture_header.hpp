@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "common/usage_error.hpp"

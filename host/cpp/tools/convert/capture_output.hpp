@@ -52,7 +52,7 @@ class CaptureOutput {
   std::optional<std::uint64_t> checked_tags() const { return check_ ? std::optional(check_->tags()) : std::nullopt; }
 
  private:
-  /// Half a quantum; half the distance of two fine codes.
+  /// Half the distance of two fine codes; a quantum, half of which it is but for the end of all times.
   static std::int64_t most_rounding_ps(const orvo::timing::StreamFileHeader& header) {
     if (header.stream_format == orvo::timing::StreamFormat::raw64) return 9;
     return std::int64_t{1} << orvo::timing::StreamDecoder(header).quantum_shift;

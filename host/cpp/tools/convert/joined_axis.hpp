@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
-#include <string>
 
 #include "orvo/timing/detail/device_time.hpp"
 #include "orvo/timing/detail/truncated_clock.hpp"

@@ -1,10 +1,8 @@
 #pragma once
 // Part of vq_convert_stream_file: file-local throughout.
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <initializer_list>
 #include <limits>
 #include <memory>
 #include <optional>

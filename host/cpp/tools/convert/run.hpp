@@ -1,7 +1,6 @@
 #pragma once
 // Part of vq_convert_stream_file: file-local throughout.
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>

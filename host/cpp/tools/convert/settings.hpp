@@ -5,7 +5,6 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "orvo/timing/stream_file_header.hpp"

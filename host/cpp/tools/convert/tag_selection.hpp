@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <span>
+#include <string>
 
 #include "convert/settings.hpp"
 #include "orvo/timing/error.hpp"

@@ -1,13 +1,14 @@
 #pragma once
 // Part of vq_convert_stream_file: file-local throughout.
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "common/units.hpp"

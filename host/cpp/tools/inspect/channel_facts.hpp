@@ -1,7 +1,6 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <limits>
 #include <numeric>

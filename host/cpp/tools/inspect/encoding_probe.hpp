@@ -2,6 +2,7 @@
 // Part of vq_inspect_stream_file: file-local throughout.
 // Whether the start of a payload reads well in another encoding than the header's.
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>

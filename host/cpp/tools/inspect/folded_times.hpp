@@ -2,7 +2,6 @@
 // Part of vq_inspect_stream_file: file-local throughout.
 // Times folded into bins, and the correlation of two channels at all delays at once.
 #include <algorithm>
-#include <cmath>
 #include <complex>
 #include <cstddef>
 #include <cstdint>

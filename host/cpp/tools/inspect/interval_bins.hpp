@@ -1,7 +1,6 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 // Time differences in bins of an eighth of a decade, from 1 ps up: bin i holds x with 10^i <= x^8 < 10^(i + 1).
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>

@@ -1,6 +1,7 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>

@@ -1,6 +1,7 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 #include <fstream>
+#include <ios>
 #include <memory>
 #include <ostream>
 #include <string>

@@ -1,9 +1,11 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 // The report as a page that opens without a network: verdict, findings and facts as text, and numbers for the plots.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -16,7 +18,7 @@
 #include "inspect/page_parts.hpp"
 #include "inspect/pair_page.hpp"
 #include "inspect/payload_classes.hpp"
-#include "orvo/timing/payload_loss.hpp"
+#include "inspect/report_tables.hpp"
 #include "orvo/timing/stream_header_json.hpp"
 #include "orvo/timing/time_tag.hpp"
 
@@ -75,52 +77,27 @@ inline void write_plot(std::ostream& out, std::string_view id, std::string_view 
       << "-values\"></div>\n</section>\n";
 }
 
-inline void write_row(std::ostream& out, std::initializer_list<std::string> cells, std::string_view tag = "td") {
-  out << "<tr>";
-  for (const std::string& cell : cells) out << '<' << tag << '>' << cell << "</" << tag << '>';
-  out << "</tr>\n";
-}
-
-inline void write_channels(std::ostream& out, const Inspection& of) {
-  const CaptureFacts& facts = of.facts();
-  out << "<section>\n<h2>Channels</h2>\n<div class=\"wide\"><table>\n";
-  write_row(out, {"channel", "tags", "rate", "shortest step", "mean", "longest", "grid", "steps back", "equal times"},
-            "th");
-  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
-    const ChannelFacts& channel = facts.channels[c];
-    if (channel.tags() == 0) continue;
-    const bool forward = channel.forward_steps() != 0;
-    write_row(out, {std::to_string(c), std::to_string(channel.tags()),
-                    facts.duration_ps() == 0 ? "-" : text_of_rate_hz(rate_hz(of, c)),
-                    forward ? for_people(channel.shortest_ps()) : "-",
-                    channel.ranked() == 0 ? "-" : for_people(channel.mean_ps()),
-                    forward ? for_people(channel.longest_ps()) : "-", std::to_string(channel.grid_ps()) + " ps",
-                    std::to_string(channel.backward_steps()), std::to_string(channel.equal_times())});
-  }
-  out << "</table></div>\n</section>\n";
-}
-
-inline void write_losses(std::ostream& out, const Inspection& of, const std::string& unit) {
+/// The first row is the titles.
+inline void write_table(std::ostream& out, const Rows& rows) {
   out << "<div class=\"wide\"><table>\n";
-  write_row(out, {"loss", "count", unit}, "th");
-  for (std::size_t i = 0; i < orvo::timing::kLossReasons; ++i) {
-    const auto reason = static_cast<orvo::timing::LossReason>(i);
-    const orvo::timing::LossTally tally = of.account().losses(reason);
-    if (tally.count == 0) continue;
-    write_row(out, {std::string(to_text(reason)), std::to_string(tally.count), std::to_string(tally.size)});
+  for (const auto& row : rows) {
+    const std::string_view tag = &row == &rows.front() ? "th" : "td";
+    out << "<tr>";
+    for (const std::string& cell : row) out << '<' << tag << '>' << cell << "</" << tag << '>';
+    out << "</tr>\n";
   }
   out << "</table></div>\n";
 }
 
 inline void write_payload(std::ostream& out, const Inspection& of) {
-  const std::string unit = of.is_packed() ? "bits" : "bytes";
-  out << "<section>\n<h2>Payload</h2>\n<div class=\"wide\"><table>\n";
-  write_row(out, {"class", unit, "share"}, "th");
+  Rows classes{{"class", of.is_packed() ? "bits" : "bytes", "share"}};
   for (const ClassSize& each : class_sizes(of)) {
-    write_row(out, {std::string(each.name), std::to_string(each.size), percent(each.size, of.payload_units())});
+    classes.push_back({std::string(each.name), std::to_string(each.size), percent(each.size, of.payload_units())});
   }
-  out << "</table></div>\n";
-  if (!of.facts().losses.largest().empty()) write_losses(out, of, unit);
+  out << "<section>\n<h2>Payload</h2>\n";
+  write_table(out, classes);
+  const Rows losses = loss_rows(of);
+  if (losses.size() > 1) write_table(out, losses);
   out << "</section>\n";
 }
 
@@ -173,7 +150,9 @@ inline std::string html_report(const Inspection& of, const Findings& findings,
       "How often each distance occurs, both axes logarithmic: random light rises steadily and falls off sharply, "
       "a periodic channel is one peak.");
   write_plot(out, "losses", "Losses along the file", "Bytes without tags, by their place in the payload.");
-  write_channels(out, of);
+  out << "<section>\n<h2>Channels</h2>\n";
+  write_table(out, channel_rows(of));
+  out << "</section>\n";
   write_payload(out, of);
   write_file(out, of);
   out << "<script type=\"application/json\" id=\"report\">" << plot_numbers(of, pairs) << "</script>\n<script>\n";

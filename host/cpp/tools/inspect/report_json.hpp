@@ -1,6 +1,6 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
-#include <cstdint>
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 

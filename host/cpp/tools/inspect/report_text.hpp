@@ -3,25 +3,26 @@
 // The report that a person reads: verdict and findings first, then facts in columns.
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "inspect/finding.hpp"
 #include "inspect/inspection.hpp"
 #include "inspect/numbers.hpp"
 #include "inspect/payload_classes.hpp"
+#include "inspect/report_tables.hpp"
 #include "inspect/shown_text.hpp"
-#include "orvo/timing/payload_loss.hpp"
+#include "orvo/timing/stream_file_header.hpp"
 #include "orvo/timing/stream_header_json.hpp"
-#include "orvo/timing/time_tag.hpp"
 
 namespace {
 
 /// Rows whose cells stand under one another: the first column to the left, the others to the right.
 class Columns {
  public:
+  explicit Columns(Rows rows) : rows_(std::move(rows)) {}
   explicit Columns(std::vector<std::string> titles) { add(std::move(titles)); }
   void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
   void print(std::ostream& out) const {
@@ -41,7 +42,7 @@ class Columns {
     return most;
   }
 
-  std::vector<std::vector<std::string>> rows_;
+  Rows rows_;
 };
 
 inline void print_findings(std::ostream& out, const Findings& findings) {
@@ -79,22 +80,14 @@ inline void print_payload(std::ostream& out, const Inspection& of) {
   const std::string unit = of.is_packed() ? "bits" : "bytes";
   out << "\nPayload, " << of.input().payload_bytes_read() << " bytes ("
       << text_of_bytes(of.input().payload_bytes_read()) << ")\n";
-  Columns classes({"class", unit, "share"});
+  Rows classes{{"class", unit, "share"}};
   for (const ClassSize& each : class_sizes(of)) {
-    if (each.size != 0)
-      classes.add({std::string(each.name), std::to_string(each.size), percent(each.size, of.payload_units())});
+    if (each.size == 0) continue;
+    classes.push_back({std::string(each.name), std::to_string(each.size), percent(each.size, of.payload_units())});
   }
-  classes.print(out);
-  Columns losses({"loss", "count", unit});
-  bool any = false;
-  for (std::size_t i = 0; i < orvo::timing::kLossReasons; ++i) {
-    const auto reason = static_cast<orvo::timing::LossReason>(i);
-    const orvo::timing::LossTally tally = of.account().losses(reason);
-    if (tally.count == 0) continue;
-    any = true;
-    losses.add({std::string(to_text(reason)), std::to_string(tally.count), std::to_string(tally.size)});
-  }
-  if (any) losses.print(out << '\n');
+  Columns(std::move(classes)).print(out);
+  const Rows losses = loss_rows(of);
+  if (losses.size() > 1) Columns(losses).print(out << '\n');
 }
 
 inline void print_times(std::ostream& out, const Inspection& of) {
@@ -105,20 +98,7 @@ inline void print_times(std::ostream& out, const Inspection& of) {
         << facts.first_ps() << " to " << facts.last_ps() << " ps";
   }
   out << '\n';
-  Columns columns(
-      {"channel", "tags", "rate", "shortest step", "mean", "longest", "grid", "steps back", "equal times"});
-  for (unsigned c = 0; c < orvo::timing::kChannels; ++c) {
-    const ChannelFacts& channel = facts.channels[c];
-    if (channel.tags() == 0) continue;
-    const bool forward = channel.forward_steps() != 0;
-    columns.add({std::to_string(c), std::to_string(channel.tags()),
-                 facts.duration_ps() == 0 ? "-" : text_of_rate_hz(rate_hz(of, c)),
-                 forward ? for_people(channel.shortest_ps()) : "-",
-                 channel.ranked() == 0 ? "-" : for_people(channel.mean_ps()),
-                 forward ? for_people(channel.longest_ps()) : "-", std::to_string(channel.grid_ps()) + " ps",
-                 std::to_string(channel.backward_steps()), std::to_string(channel.equal_times())});
-  }
-  if (facts.tags() != 0) columns.print(out);
+  if (facts.tags() != 0) Columns(channel_rows(of)).print(out);
 }
 
 inline void print_report(std::ostream& out, const Inspection& of, const Findings& findings) {

@@ -1,6 +1,8 @@
 #pragma once
 // Part of vq_inspect_stream_file: file-local throughout.
 // Findings about what the payload's bytes turned out to be.
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 

@@ -2,7 +2,6 @@
 // Part of vq_inspect_stream_file: file-local throughout.
 // Places in a series of counts that are not chance: bursts, and steps of the rate.
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>

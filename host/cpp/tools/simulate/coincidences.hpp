@@ -37,7 +37,7 @@ class WaitingTimes {
   std::int64_t* begin() { return storage_.data(); }
   std::int64_t* end() { return storage_.data() + size_; }
 
-  /// The end of the times, behind which `count` more may be written before `extend_to` says how many there are.
+  /// The end of the times, where `count` more may be written before `extend_to` says how many there are.
   std::int64_t* room_for(std::size_t count) {
     if (storage_.size() < size_ + count) storage_.resize(size_ + count);
     return end();

@@ -3,7 +3,6 @@
 // What an analysis of the capture should find, calculated from the settings: means over all seeds, without dead time.
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <optional>
 #include <string>
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <iomanip>
+#include <ios>
 #include <optional>
 #include <ostream>
 #include <sstream>

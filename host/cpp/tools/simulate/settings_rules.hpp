@@ -3,7 +3,6 @@
 // The rules between settings. Those that keep them give a capture that decodes to exactly what was simulated.
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <string>
 #include <vector>
 

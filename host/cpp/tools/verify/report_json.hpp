@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
+#include <ios>
 
 #include "orvo/timing/detail/json_text.hpp"
 #include "orvo/timing/stream_header_json.hpp"

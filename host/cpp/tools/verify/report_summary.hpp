@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iomanip>
+#include <ios>
 #include <ostream>
 #include <sstream>
 #include <string>

@@ -2,6 +2,7 @@
 // Part of vq_verify_stream_file_xcorr: file-local throughout.
 #include <filesystem>
 #include <fstream>
+#include <ios>
 #include <string>
 
 #include "orvo/timing/error.hpp"

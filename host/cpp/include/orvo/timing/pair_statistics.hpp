@@ -2,7 +2,6 @@
 // Is there a correlation between two channels? One answer for a pair of channels, with everything that belongs to it.
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>

@@ -1,7 +1,6 @@
 #pragma once
 // Pairs by chance when the rates of two channels drift: from the tags in short segments of the recording.
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>

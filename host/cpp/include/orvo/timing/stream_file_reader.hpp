@@ -1,7 +1,9 @@
 #pragma once
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
+#include <ios>
 #include <memory>
 #include <string>
 #include <vector>

@@ -3,8 +3,10 @@
 #include <time.h>
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "orvo/timing/detail/ascii_lower.hpp"
 #include "orvo/timing/detail/json_text.hpp"

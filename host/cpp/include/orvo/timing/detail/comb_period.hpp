@@ -2,9 +2,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <complex>
 #include <cstddef>
-#include <numbers>
 #include <optional>
 #include <vector>
 

@@ -1,6 +1,4 @@
 #pragma once
-#include <bit>
-#include <cmath>
 #include <complex>
 #include <cstddef>
 #include <numbers>

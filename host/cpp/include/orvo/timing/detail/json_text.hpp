@@ -1,6 +1,7 @@
 #pragma once
 // JSON as a capture's flat header needs it: an escaper, and values found by plain text search. There is no parser on
 // purpose: headers are one level deep, and a search reads what a strict parser would refuse.
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>

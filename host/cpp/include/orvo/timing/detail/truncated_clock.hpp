@@ -2,7 +2,6 @@
 // What delta32 and packed_delta make of times: they carry 41 bits of them.
 #include <algorithm>
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 
 #include "orvo/timing/detail/device_time.hpp"
