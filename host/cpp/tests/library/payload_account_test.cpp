@@ -78,6 +78,7 @@ TEST(PayloadAccount, CountsRecordsAndWhatLiesBetweenThem) {
   EXPECT_EQ(capture.account.tags(2), 2u);
   EXPECT_THAT(capture.told.all, ElementsAre(PayloadLoss{LossReason::foreign, 8, 3}));
   EXPECT_EQ(capture.account.lost(), (LossTally{1, 3}));
+  EXPECT_EQ(capture.account.framings_won(), 1u) << "foreign bytes end no search";
   capture.finish();
   EXPECT_THAT(capture.told.all,
               ElementsAre(PayloadLoss{LossReason::foreign, 8, 3}, PayloadLoss{LossReason::cut, 27, 2}));
@@ -263,6 +264,15 @@ TEST(PayloadAccount, WhatNarrowRecordsReadInThePaddingIsNoLossOfASoundCapture) {
   capture.feed(PackedWriter(3).overflow(0, 1).overflow(0, 1).overflow(0, 1).data(3, 0).bytes()).finish();
   EXPECT_EQ(capture.account.framings_lost(LossReason::inactive_channel), 1u);
   EXPECT_EQ(capture.account.breaks_in_lost(), 0u);
+  EXPECT_EQ(capture.account.lost(), LossTally{});
+}
+
+TEST(PayloadAccount, RecordsWithoutATimeAtTheStartAreNoLossEvenInTheLastByte) {
+  Accounted capture = packed({.channel_mask = 0x1, .delta_bits = 3});
+  capture.decoder.packed_locked = true;
+  capture.account.framed();
+  capture.feed(PackedWriter(3).data(0, 1).data(0, 1).data(0, 1).data(0, 1).bytes()).finish();
+  EXPECT_EQ(capture.account.untimed_at_start(), 24u);
   EXPECT_EQ(capture.account.lost(), LossTally{});
 }
 

@@ -16,6 +16,7 @@ namespace {
 using orvo::timing::chance_pairs;
 using orvo::timing::CommonDrift;
 using orvo::timing::rate_segments;
+using orvo::timing::RateSegmentCounter;
 using orvo::timing::RateSegments;
 
 const RateSegments kThree{1000, {10, 20, 5}, {30, 10, 20}};
@@ -34,6 +35,29 @@ TEST(RateSegments, TellHowOftenBothAreBrightTogether) {
   EXPECT_FALSE(drift.is_steady());
   EXPECT_TRUE((RateSegments{1000, {10}, {30}}).common_drift(0).is_steady());
   EXPECT_TRUE(RateSegments{}.common_drift(0).is_steady());
+}
+
+TEST(RateSegments, RatesAreSteadyWithinFourStandardDeviations) {
+  EXPECT_TRUE((CommonDrift{1.5, 0.125}).is_steady());
+  EXPECT_TRUE((CommonDrift{0.5, 0.125}).is_steady());
+  EXPECT_FALSE((CommonDrift{1.5078125, 0.125}).is_steady());
+  EXPECT_FALSE((CommonDrift{0.4921875, 0.125}).is_steady());
+}
+
+TEST(RateSegments, AreAsManyAsHaveAThousandTagsOfTheRarerChannelUpTo1024) {
+  const auto segments = [](std::uint64_t tags_a, std::uint64_t tags_b) {
+    return RateSegmentCounter({0, 1'000'000'000, tags_a}, {0, 1'000'000'000, tags_b}).segments().a.size();
+  };
+  EXPECT_EQ(segments(1'999, 1'000'000), 1u);
+  EXPECT_EQ(segments(1'000'000, 2'000), 2u);
+  EXPECT_EQ(segments(1'023'999, 1'023'999), 1'023u);
+  EXPECT_EQ(segments(5'000'000, 5'000'000), 1'024u);
+}
+
+TEST(RateSegments, TakeTimesInAnyOrder) {
+  RateSegmentCounter counter({0, 2'000'000, 2'000}, {0, 2'000'000, 2'000});
+  counter.add_a(std::vector<std::int64_t>{10, 1'999'000, 20});
+  EXPECT_THAT(counter.segments().a, testing::ElementsAre(2, 1));
 }
 
 TEST(RateSegments, TruePairsAreNotTakenForChance) {

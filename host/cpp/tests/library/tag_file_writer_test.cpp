@@ -66,6 +66,18 @@ TEST(TagFileWriter, StartsAnewWithEveryFile) {
   }
 }
 
+TEST(TagFileWriter, TakesNothingAlongFromAFileThatFailed) {
+  const TempDirectory directory;
+  const std::string path = (directory / "b.tagcap").string();
+  TagFileWriter writer;
+  writer.open((directory / "a.tagcap").string(), delta32_header());
+  EXPECT_NE(failure_of([&] { writer.write(Tags{tag(0, 100), tag(0, 50)}); }), "nothing thrown");
+  writer.open(path, delta32_header());
+  writer.write(Tags{tag(1, 7)});
+  writer.close();
+  EXPECT_EQ(read_tags(path), Tags{tag(1, 7)});
+}
+
 TEST(TagFileWriter, TellsWhatFails) {
   const TempDirectory directory;
   TagFileWriter writer;
