@@ -36,6 +36,9 @@ TEST(JoinedAxis, AddsLapsOfTheTimeBases) {
   EXPECT_EQ(JoinedAxis({}).shift_ps(delta32_header(), 5, 2 * kLapPs + two_ms), 3 * kLapPs);
   EXPECT_EQ(JoinedAxis({}).shift_ps(delta32_header(), 5, 6 * kLapPs + two_ms), kPeriodPs);
   EXPECT_EQ(JoinedAxis({}).shift_ps(delta32_header(), two_ms, kPeriodPs), kPeriodPs);
+  // Where a period ends, a clock reads 0 and not the rest of its last lap: that comes a period later.
+  EXPECT_EQ(JoinedAxis({}).shift_ps(delta32_header(), kPeriodPs - 6 * kLapPs, kPeriodPs - 1 + kMillisecondPs),
+            kPeriodPs);
   EXPECT_EQ(JoinedAxis({}).shift_ps(packed_header({.quantum_ps = 1}), 0, two_ms), kLapPs);
   EXPECT_EQ(JoinedAxis({}).shift_ps(packed_header({.quantum_ps = 4}), 0, two_ms), 4 * kLapPs);
   EXPECT_EQ(JoinedAxis({}).shift_ps(packed_header({.quantum_ps = 8}), 0, two_ms), kPeriodPs);

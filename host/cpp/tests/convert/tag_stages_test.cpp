@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "convert/capture_header.hpp"
 #include "convert/payload_check.hpp"
@@ -175,6 +179,29 @@ TEST(BestDeltaBits, FitsTheGaps) {
   EXPECT_EQ(best_delta_bits(tags, 1), 20u);
   EXPECT_EQ(best_delta_bits(tags, 12), 18u) << "quanta of 4 ps";
   EXPECT_EQ(best_delta_bits({}, 1), 4u);
+}
+
+// 100 gaps of 100 quanta fit 7 bits. One of 10^9 would take 62 003 overflow records there, and an anchor 8.
+TEST(BestDeltaBits, ALongGapCostsNoMoreThanAnAnchor) {
+  Tags tags;
+  for (std::int64_t i = 1; i <= 100; ++i) tags.push_back(tag(0, 100 * i));
+  tags.push_back(tag(0, 1'000'010'000));
+  EXPECT_EQ(best_delta_bits(tags, 1), 7u);
+}
+
+TEST(ConvertedMask, IsThatOfAllInputsOrOfTheSelectedChannels) {
+  const auto mask = [](const Settings& settings, std::vector<std::uint8_t> masks) {
+    std::vector<orvo::timing::StreamFileHeader> headers(masks.size());
+    for (std::size_t i = 0; i < masks.size(); ++i) headers[i].channel_mask = masks[i];
+    return converted_mask(settings, headers);
+  };
+  Settings settings;
+  EXPECT_EQ(mask(settings, {0b0001, 0b0100}), 0b0101);
+  EXPECT_EQ(mask(settings, {0b0001, 0}), 0b1111) << "an input that names none may have all";
+  settings.changes.channel = {1, 0, 2, 3};
+  EXPECT_EQ(mask(settings, {0b0001, 0b0100}), 0b0110);
+  settings.selection.channels = 0b1000;
+  EXPECT_EQ(mask(settings, {0b0001}), 0b1000);
 }
 
 TEST(ConversionNote, NamesFilesWithoutTheirDirectories) {
