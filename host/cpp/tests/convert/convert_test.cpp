@@ -203,6 +203,17 @@ TEST_F(Conversion, LeavesNothingBehindWhenItFails) {
   EXPECT_THAT(left, testing::ElementsAre("in.tagcap"));
 }
 
+TEST_F(Conversion, WhatLiesBeforeThePackedLockIsNoLoss) {
+  const auto header = packed_header({});
+  Bytes payload = encoded(header, tags_in_turn(6, 5'000, 0, 10'000), {.anchor_every = 100});
+  payload.insert(payload.begin(), 100, 0xFF);  // a sync start inside its own sequence
+  write_file(path("in.tagcap"), capture_bytes(orvo::timing::stream_header_to_json(header), payload));
+  const Converted result = convert({}, {"in.tagcap", "out.tagcap"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(result.out, HasSubstr("\ntags="));
+}
+
 TEST_F(Conversion, KeepsWhatDecodesOfDamageAndTellsTheLoss) {
   const Tags tags = tags_in_turn(6, 100, 0, 1'000);
   Bytes payload = encoded(raw64_header(), tags);
