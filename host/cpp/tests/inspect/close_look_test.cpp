@@ -107,4 +107,17 @@ TEST(LookClosely, LooksAtAllOfARecordingThatASampleDoesNotShow) {
   EXPECT_EQ(recording.counted[1], std::pair(std::uint64_t{1}, std::size_t{16}));
 }
 
+TEST(LookClosely, CountsWhatFoldedBinsAreCertainOfWhateverASampleShows) {
+  // Unrelated light, of which a sample shows nothing anywhere.
+  Recording recording(300'000, 100'000'000'000, 0, 0);
+  DelayCandidates candidates = sixteen(recording, 100'000'000'000, 100);
+  candidates.significant = 2;
+  const std::vector<NarrowWindow> windows = look_closely(candidates, {0, 100'000, 1024}, recording.counter(), {});
+  ASSERT_EQ(recording.counted.size(), 2U);
+  EXPECT_EQ(recording.counted[1].first, 1U);
+  EXPECT_LE(recording.counted[1].second, 4U);  // and perhaps one or two that stand out by chance
+  EXPECT_NE(windows[0].bins, 0U);
+  EXPECT_NE(windows[1].bins, 0U);
+}
+
 }  // namespace

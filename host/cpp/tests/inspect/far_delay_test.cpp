@@ -188,6 +188,23 @@ TEST(FarDelay, IsFoundInARecordingThatFillsTheGridAThousandTimes) {
   EXPECT_NEAR(found_delay_ps(recording, 1e10), -7.654321e9, 20);
 }
 
+TEST(FarDelay, OfLightThatWasOnForAMomentIsFoundWhenever) {
+  // 12,000 pairs within 20 ms of 20 s, whether or not a sample of the tags has any of them.
+  std::mt19937_64 random(1);
+  std::uniform_real_distribution<double> within(0, 2e10);
+  std::normal_distribution<double> jitter(0, 100);
+  for (const double start_ps : {1.21e12, 3.3e12, 7.77e12, 15.1e12}) {
+    Recording recording = recorded({.seconds = 20}, 10);
+    for (int i = 0; i < 12'000; ++i) {
+      const double at = start_ps + within(random);
+      recording.a.push_back(std::llround(at));
+      recording.b.push_back(std::llround(at - 7.654321e9 + jitter(random)));
+    }
+    for (Times* times : {&recording.a, &recording.b}) std::sort(times->begin(), times->end());
+    EXPECT_NEAR(found_delay_ps(recording, 1e10), -7.654321e9, 20) << start_ps;
+  }
+}
+
 TEST(FarDelay, IsFoundWhenThePeakIsAboutAsWideAsABin) {
   for (const double jitter_ps : {1e7, 1.3e7, 3e7}) {  // bins of 30.5 us
     const Recording recording = recorded({.share = 0.1, .delay_ps = 1.234e11, .jitter_ps = jitter_ps}, 9);

@@ -137,4 +137,26 @@ TEST(WindowCounts, AreThoseOfLists) {
   }
 }
 
+TEST(WindowCounts, HoldFewTagsOfAStretchThatHasNearlyAll) {
+  // 200,000 tags a microsecond apart, and one that makes the recording, and so each stretch, far longer.
+  const TimeSample sample({0, 1'000'000'000'000'000'000, 200'001}, 4);
+  const auto begin_ps = static_cast<std::int64_t>(stretches(sample).front().begin_ps);
+  WindowCounts counts;
+  counts.add_window(0, 1, {1000, 10, 0}, sample);
+  constexpr std::int64_t kPiece = 5000;
+  for (std::int64_t first = 0; first < 200'000; first += kPiece) {
+    counts.begin_chunk(2 * kPiece);
+    for (std::int64_t i = first; i < first + kPiece; ++i) {
+      counts.add(0, begin_ps + i * 1'000'000);
+      counts.add(1, begin_ps + i * 1'000'000 + 70);
+    }
+    counts.end_chunk();
+    EXPECT_LE(counts.waiting(), 30'000U) << first;  // 16,384 until it counts, 200 within 100 us, and a piece
+  }
+  counts.finish();
+  std::vector<std::int64_t> expected(201);
+  expected[107] = 200'000;
+  EXPECT_EQ(counts.take(0).counts, expected);
+}
+
 }  // namespace

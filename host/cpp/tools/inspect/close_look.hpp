@@ -47,8 +47,9 @@ inline std::uint64_t affordable_sample(const DelayCandidates& candidates) {
   return one_of < 4 ? 1 : static_cast<std::uint64_t>(one_of);
 }
 
-/// Which views show in a sample that they may hold a delay: those with a window that stands out as one view in a
-/// hundred does by chance. All if the sample has so few pairs that it cannot be like the rest of the recording.
+/// Which views may hold a delay: those with a window that stands out of a sample as one view in a hundred does by
+/// chance, and whatever the sample shows, those that are certain already: their light may have been on for a moment.
+/// All if the sample has so few pairs that it cannot be like the rest of the recording.
 inline std::vector<std::size_t> promising(const DelayCandidates& candidates,
                                           const std::vector<orvo::timing::XcorrWindow>& views,
                                           const CountWindows& count,
@@ -71,7 +72,8 @@ inline std::vector<std::size_t> promising(const DelayCandidates& candidates,
     // Half of it, so that what the view itself shows is the measure: a sample may have been in dim light.
     const NarrowWindow window = best_narrow_window(histograms[i], views[i], chance_per_ps / 2, differences);
     const double places = kWindowsPerBin * static_cast<double>(counts.size());
-    if (window.bins != 0 && window.probability.ln < std::log(kByChance / places)) chosen.push_back(i);
+    const bool stands_out = window.bins != 0 && window.probability.ln < std::log(kByChance / places);
+    if (stands_out || i < candidates.significant) chosen.push_back(i);
   }
   return pairs < chance / 2 ? all : chosen;
 }

@@ -51,7 +51,7 @@ struct DelayOverview {
 
 struct DelayCandidates {
   std::vector<DelayCandidate> best;  ///< at most 16, the least probable first
-  std::size_t significant = 0;       ///< separate places above the threshold
+  std::size_t significant = 0;       ///< separate places above the threshold, the first of the best among them
   std::optional<double> period_ps;   ///< of more than 16 places at even distances: pulsed light
   double folds = 1;                  ///< how many delays fall on each other
   DelayOverview overview;
