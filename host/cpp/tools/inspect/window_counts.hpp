@@ -33,8 +33,7 @@ inline orvo::timing::XcorrHistogram count_sample(std::span<const std::int64_t> a
   return histogram;
 }
 
-/// The same while the tags go by. A `TagSink` like `XcorrStream`, whose rules for order and memory it shares; a tag
-/// of a sample waits until its whole stretch can be counted.
+/// The same while the tags go by. A `TagSink` like `XcorrStream`, whose rules for order and memory it shares.
 class WindowCounts {
  public:
   WindowCounts() : tails_(orvo::timing::XcorrStream::kDefaultReachPs, orvo::timing::XcorrStream::kSilentAfter) {}
@@ -62,6 +61,8 @@ class WindowCounts {
   }
   /// Tags that were left out.
   std::uint64_t late_tags() const { return tails_.late_tags(); }
+  /// Tags that are held at the moment.
+  std::size_t waiting() const { return tails_.waiting(); }
   /// Of the window of that number, once, after the end.
   orvo::timing::XcorrHistogram take(std::size_t window) {
     windows_[window].counter.flush();
@@ -91,29 +92,24 @@ class WindowCounts {
   void count_settled() {
     for (Window& window : windows_) {
       count(window);
-      const Int128 partner_ps = window.counted_ps + window.window.offset_ps;  // of the first tag of A to come
-      tails_.need_from(window.a, window.counted_ps);
-      tails_.accept_from(window.a, window.counted_ps);
-      tails_.need_from(window.b, partner_ps - window.window.range_ps);
-      tails_.accept_from(window.b, partner_ps + window.window.range_ps);
+      tails_.counted_before(window.counted_ps, window.a, window.b, window.window);
     }
     tails_.forget();
   }
 
   void count(Window& window) const {
-    const Int128 window_end_ps = Int128{window.window.offset_ps} + window.window.range_ps;
-    Int128 until_ps = std::min(tails_.settled_ps(window.a), tails_.settled_ps(window.b) - window_end_ps);
+    const Int128 until_ps = tails_.countable_ps(window.a, window.b, window.window);
+    if (until_ps <= window.counted_ps) return;
     const std::span<const std::int64_t> a_ps = tails_.times(window.a);
     const std::span<const std::int64_t> b_ps = tails_.times(window.b);
-    if (window.sample.is_all() && window.counted_ps < until_ps) {
-      window.counter.count(times_in(a_ps, {window.counted_ps, until_ps}), b_ps);
-    } else {
-      auto stretch = window.sample.stretch_after(window.counted_ps);
-      for (; stretch && stretch->end_ps <= until_ps; stretch = window.sample.stretch_after(stretch->end_ps))
-        window.counter.count(times_in(a_ps, *stretch), b_ps);
-      if (stretch) until_ps = std::min(until_ps, stretch->begin_ps);
+    if (window.sample.is_all()) window.counter.count(times_in(a_ps, {window.counted_ps, until_ps}), b_ps);
+    auto stretch = window.sample.stretch_after(window.counted_ps);
+    for (; stretch && stretch->begin_ps < until_ps; stretch = window.sample.stretch_after(stretch->end_ps)) {
+      const TimeSample::Stretch part{std::max(stretch->begin_ps, window.counted_ps),
+                                     std::min(stretch->end_ps, until_ps)};
+      window.counter.count(times_in(a_ps, part), b_ps);
     }
-    window.counted_ps = std::max(window.counted_ps, until_ps);
+    window.counted_ps = until_ps;
   }
 
   orvo::timing::detail::StreamTails tails_;

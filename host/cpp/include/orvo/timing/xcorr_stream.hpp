@@ -143,26 +143,20 @@ inline void XcorrStream::count_settled() {
   for (Pair& pair : pairs_) {
     if (!pair.counter) continue;
     count(pair);
-    const XcorrPair& channels = pair.channels;
-    const Int128 partner_ps = pair.counted_ps + channels.window.offset_ps;  // of the first tag of A to come
-    tails_.need_from(channels.channel_a, pair.counted_ps);
-    tails_.accept_from(channels.channel_a, pair.counted_ps);
-    tails_.need_from(channels.channel_b, partner_ps - channels.window.range_ps);
-    tails_.accept_from(channels.channel_b, partner_ps + channels.window.range_ps);
+    const auto& [a, b, window] = pair.channels;
+    tails_.counted_before(pair.counted_ps, a, b, window);
   }
   tails_.forget();
 }
 
 inline void XcorrStream::count(Pair& pair) const {
-  const XcorrPair& channels = pair.channels;
-  const Int128 window_end_ps = Int128{channels.window.offset_ps} + channels.window.range_ps;
-  const Int128 until_ps =
-      std::min(tails_.settled_ps(channels.channel_a), tails_.settled_ps(channels.channel_b) - window_end_ps);
+  const auto& [a, b, window] = pair.channels;
+  const Int128 until_ps = tails_.countable_ps(a, b, window);
   if (until_ps <= pair.counted_ps) return;
-  const std::span<const std::int64_t> a_ps = tails_.times(channels.channel_a);
+  const std::span<const std::int64_t> a_ps = tails_.times(a);
   const auto first = std::lower_bound(a_ps.begin(), a_ps.end(), pair.counted_ps);
   const auto last = std::lower_bound(first, a_ps.end(), until_ps);
-  pair.counter->count({first, last}, tails_.times(channels.channel_b));
+  pair.counter->count({first, last}, tails_.times(b));
   pair.counted_ps = until_ps;
 }
 

@@ -8,6 +8,7 @@
 #include "orvo/timing/detail/sorted_tail.hpp"
 #include "orvo/timing/detail/wide_integer.hpp"
 #include "orvo/timing/time_tag.hpp"
+#include "orvo/timing/xcorr_window.hpp"
 
 namespace orvo::timing::detail {
 
@@ -44,6 +45,19 @@ class StreamTails {
   std::span<const std::int64_t> times(unsigned channel) const { return channels_[channel].tail.times(); }
   /// None of the channel's tags to come is before this, but for late ones.
   Int128 settled_ps(unsigned channel) const { return channels_[channel].settled_ps; }
+
+  /// Tags of `a` before this can be counted in a window: no tag of `b` to come pairs with them, but for late ones.
+  Int128 countable_ps(unsigned a, unsigned b, const XcorrWindow& window) const {
+    return std::min(settled_ps(a), settled_ps(b) - window.offset_ps - window.range_ps);
+  }
+  /// Tags of `a` before `counted_ps` have been counted in a window: names what it still needs and what is late.
+  void counted_before(Int128 counted_ps, unsigned a, unsigned b, const XcorrWindow& window) {
+    const Int128 partner_ps = counted_ps + window.offset_ps;  // of the first tag of A to come
+    need_from(a, counted_ps);
+    accept_from(a, counted_ps);
+    need_from(b, partner_ps - window.range_ps);
+    accept_from(b, partner_ps + window.range_ps);
+  }
 
   /// From here on the channel's tags are still needed. After all were named, `forget` drops those that nobody did.
   void need_from(unsigned channel, Int128 from_ps) {
