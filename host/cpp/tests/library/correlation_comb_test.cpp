@@ -109,6 +109,30 @@ TEST(CorrelationComb, PeriodIsThatBetweenTheTrueMiddlesOfBins) {
   EXPECT_NEAR(comb->period_ps.value, 60, 0.005);
 }
 
+TEST(CorrelationComb, OfHalfOfTheViewSharesHalfOfItsFloorsCounts) {
+  // 50 pairs by chance in each of 1200 bins. 16 of the 30 periods of 40 bins have teeth of 400 pairs each: 32,000
+  // pairs by chance, 6400 more. Of the bins that tell the floor 16 / 30 are among those.
+  CorrelationBins bins;
+  for (int i = 0; i < 1200; ++i) {
+    double mean = 50;
+    for (int tooth = 7; tooth < 23; ++tooth) {
+      const double x = i - (40 * tooth + 19.5);
+      mean += 400 * (orvo::test::gaussian_profile((x + 0.5) / 6) - orvo::test::gaussian_profile((x - 0.5) / 6));
+    }
+    bins.middle_ps.push_back(i - 600);
+    bins.counts.push_back(std::round(mean));
+    bins.expected.push_back(50);
+  }
+  const auto comb = correlation_comb(bins);
+  ASSERT_TRUE(comb && !comb->odd);
+  ASSERT_EQ(comb->teeth, 16U);
+  EXPECT_NEAR(comb->pairs.value, 400, 5);
+  const double of_floor = 32'000 * comb->level.error;
+  const double variance = 38'400 + of_floor * of_floor - 2 * 32'000 * 16 / 30.0;
+  EXPECT_NEAR(comb->pairs.error, std::sqrt(variance) / 16, 0.1);
+  EXPECT_GT(comb->pairs.error, 10);  // 38,400 counts alone: 12.2
+}
+
 TEST(CorrelationComb, OfNarrowTeethIsNotTakenForOneOfHalfThePeriod) {
   const auto comb = correlation_comb(drawn_comb({.period = 100.3, .width = 2, .pairs = 300, .background = 0.1}, 5));
   ASSERT_TRUE(comb);

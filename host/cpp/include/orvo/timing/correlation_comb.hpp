@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <iterator>
+#include <numeric>
 #include <optional>
 #include <vector>
 
@@ -143,8 +144,9 @@ inline std::optional<CorrelationComb> correlation_comb(const CorrelationBins& bi
   }
   const auto teeth = static_cast<double>(cells.size());
   const Estimate above = pairs_above(sums.counts, sums.expected, comb.level);
-  // The floor's bins are among those counted: it rises with them.
-  const double variance = above.error * above.error - 2 * comb.level.value * sums.expected;
+  // The floor's bins are among those counted, as far as the teeth reach: it rises with them.
+  const double share_of_view = sums.expected / std::accumulate(bins.expected.begin(), bins.expected.end(), 0.0);
+  const double variance = above.error * above.error - 2 * comb.level.value * sums.expected * share_of_view;
   comb.pairs = {above.value / teeth, std::sqrt(std::max({variance, above.value, 1.0})) / teeth};
   if (cells.size() >= 4) comb.odd = detail::odd_tooth(cells, comb.level, line, bins);
   if (comb.odd) comb.pairs.value = comb.odd->others_pairs;
