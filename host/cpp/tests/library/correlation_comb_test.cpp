@@ -133,6 +133,34 @@ TEST(CorrelationComb, OfHalfOfTheViewSharesHalfOfItsFloorsCounts) {
   EXPECT_GT(comb->pairs.error, 10);  // 38,400 counts alone: 12.2
 }
 
+TEST(CorrelationComb, OfSkewedTeethHasAPeriodOfTheirOrder) {
+  // Teeth of 55,000 pairs in each of ten periods of 100 bins, with pairs missing to the left of the first and to the
+  // right of the last of them: five periods off, were their means taken as they are.
+  CorrelationBins bins;
+  for (int i = 0; i < 1001; ++i) {
+    bins.middle_ps.push_back(i - 500);
+    bins.counts.push_back(1e6);
+    bins.expected.push_back(1e6);
+  }
+  for (const double slope : {100.0, 120.0, 140.0}) {
+    CorrelationBins skewed = bins;
+    for (int tooth = 0; tooth < 10; ++tooth) {
+      const int middle = 50 + 100 * tooth;
+      const double missing = std::round(slope * std::abs(4.5 - tooth) * 55'000 / 57);
+      const auto at = [&](int distance) -> double& {
+        return skewed.counts[static_cast<std::size_t>(middle + distance) % skewed.size()];
+      };
+      for (int d = 7; d <= 12; ++d) at(tooth < 5 ? -d : d) -= missing;
+      at(0) += 6 * missing - 66'000;
+      for (int d = 46; d < 54; ++d) at(d) -= 4e5;  // in return for which the tooth has 121,000 more
+      for (const int d : {-40, 40}) at(d) += 1.6e6;
+    }
+    const auto comb = correlation_comb(skewed);
+    ASSERT_TRUE(comb) << slope;
+    EXPECT_NEAR(comb->period_ps.value, 100, 60) << slope;  // two means side by side are at least 0.4 periods apart
+  }
+}
+
 TEST(CorrelationComb, OfNarrowTeethIsNotTakenForOneOfHalfThePeriod) {
   const auto comb = correlation_comb(drawn_comb({.period = 100.3, .width = 2, .pairs = 300, .background = 0.1}, 5));
   ASSERT_TRUE(comb);

@@ -21,7 +21,7 @@ struct CombCell {
   double place = 0;  ///< where its tooth is expected
   PairSums all;      ///< of the whole period
   Estimate tooth;    ///< counts within 0.3 periods of the tooth less the rest, scaled
-  double mean = 0;   ///< place of the tooth's counts
+  double mean = 0;   ///< place of the tooth's counts, within 0.3 periods of where it is expected
   double mean_error = 0;
 };
 
@@ -65,7 +65,9 @@ inline CombCell comb_cell(const CorrelationBins& bins, double place, double peri
     square += in_tooth * in_tooth * bins.counts[i] * distance * distance;
   }
   cell.tooth.error = std::sqrt(std::max(cell.tooth.error, 1.0));
-  cell.mean = place + (cell.tooth.value > 0 ? moment / cell.tooth.value : 0);
+  // Counts that lie below the floor on one side of a small tooth would put its mean anywhere.
+  const double most = kToothPart * period;
+  cell.mean = place + (cell.tooth.value > 0 ? std::clamp(moment / cell.tooth.value, -most, most) : 0);
   cell.mean_error = cell.tooth.value > 0 ? std::sqrt(square + 1.0 / 12) / cell.tooth.value : period;
   return cell;
 }
@@ -181,7 +183,7 @@ inline bool is_comb(const std::vector<CombCell>& cells, const ToothLine& line) {
 /// The floor between the teeth: the background of the view folded by the period.
 inline Estimate comb_floor(const CorrelationBins& bins, double place, double period) {
   CorrelationBins folded;
-  const auto phases = static_cast<std::size_t>(std::floor(period));
+  const auto phases = static_cast<std::size_t>(std::max(std::floor(period), 1.0));
   folded.counts.resize(phases);
   folded.expected.resize(phases);
   PairSums rest;  // farthest from the teeth
