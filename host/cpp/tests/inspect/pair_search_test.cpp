@@ -153,6 +153,23 @@ TEST(PairSearch, ReachesHalfOfTheRecordingAndAsFarAsIsQuick) {
               0.002 * kSecondPs);
 }
 
+TEST(PairSearch, FindsADelayWithinReachBesideAStrongerOneBeyond) {
+  // Bins of 500 ps, 65,536 of them, go as far as 16 us; 5 us are asked for.
+  std::mt19937_64 random(3);
+  std::uniform_real_distribution<double> time(0, kSecondPs);
+  Capture capture(20'000, 0, 3);
+  for (int i = 0; i < 4000; ++i) {
+    const double at = time(random);
+    capture.times[0].push_back(std::llround(at));
+    capture.times[2].push_back(std::llround(at) + (i % 4 == 0 ? 3'000'000 : 12'000'000));
+  }
+  for (Times& channel : capture.times) std::sort(channel.begin(), channel.end());
+  const PairSearchSettings near{.reach_ps = 5'000'000, .bins = std::size_t{1} << 16};
+  const PairFinding finding = find_in_lists(capture.lists(), {{0, 2}}, near).front();
+  ASSERT_TRUE(finding.delay_ps());
+  EXPECT_NEAR(finding.delay_ps()->value, 3'000'000, 5);
+}
+
 TEST(PairSearch, OfEmptyChannelsOneTagOrEqualTimesIsNone) {
   const Times one{17};
   const Times equal(500, 17);

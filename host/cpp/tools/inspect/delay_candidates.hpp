@@ -89,9 +89,6 @@ class CandidateSearch {
     return overview;
   }
 
-  /// Variance of the bins in units of the Poisson distribution's, 1 unless it is clearly more.
-  double excess_variance() const { return excess_; }
-
  private:
   static constexpr std::size_t kSide = 512;
   static constexpr std::size_t kGap = 4;
@@ -230,7 +227,7 @@ class CandidateSearch {
   double folds_;
   std::size_t bins_;
   std::vector<double> sums_;
-  double excess_ = 1;
+  double excess_ = 1;  // variance of the bins in units of the Poisson distribution's, 1 unless it is clearly more
   std::vector<Place> places_;
   double worst_ = 0;
 };

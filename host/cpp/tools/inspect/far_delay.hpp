@@ -66,10 +66,10 @@ inline void take_if_better(BestDelay& best, const DelayCandidate& candidate, con
 }
 
 /// The delay of two channels within reach. Bins of the folded correlation have proposed places; the best 16 of them
-/// were looked at closely, which gave `windows`, and one counts if by chance not one capture in ten thousand had any
-/// as clear.
+/// were looked at closely, which gave `windows`, and one up to `farthest_ps` counts if by chance not one capture in
+/// ten thousand had any as clear; those beyond, which the grid may have as well, only tell whether there are many.
 inline FarDelay find_far_delay(const DelayCandidates& candidates, const std::vector<NarrowWindow>& windows,
-                               const FoldedGrid& grid, const CountWindows& count,
+                               const FoldedGrid& grid, double farthest_ps, const CountWindows& count,
                                const orvo::timing::DifferenceGrid& differences) {
   FarDelay result;
   result.period_ps = candidates.period_ps;
@@ -82,6 +82,7 @@ inline FarDelay find_far_delay(const DelayCandidates& candidates, const std::vec
   const double reach_ps = bins * static_cast<double>(grid.bin_ps);
   BestDelay best;
   for (std::size_t i = 0; i < views.size(); ++i) {
+    if (std::abs(candidates.best[i].delay_ps) - candidates.best[i].width_ps > farthest_ps) continue;
     // Six pairs of channels; three windows beginning in each narrow bin, two in each folded one.
     take_if_better(best, candidates.best[i], windows[i], 18 * reach_ps / static_cast<double>(views[i].bin_ps),
                    12 * bins);
@@ -103,7 +104,8 @@ inline FarDelay find_far_delay(const FoldedCorrelation& correlation, const Count
                                const orvo::timing::DifferenceGrid& differences = {}) {
   const DelayCandidates candidates = delay_candidates(correlation);
   const std::vector<NarrowWindow> windows = look_closely(candidates, correlation.grid, count, differences);
-  return find_far_delay(candidates, windows, correlation.grid, count, differences);
+  return find_far_delay(candidates, windows, correlation.grid, std::numeric_limits<double>::infinity(), count,
+                        differences);
 }
 
 }  // namespace

@@ -56,8 +56,8 @@ class PairSearch {
     const DelayCandidates& candidates = candidates_.of({a, b}, grid());
     std::vector<NarrowWindow>& windows = windows_[{a, b}];
     if (windows.empty()) windows = look_closely(candidates, grid(), count, differences_);
-    FarDelay far = find_far_delay(candidates, windows, grid(), count, differences_);
-    if (far.view && !grid_.reaches(*far.view)) far.view.reset();
+    FarDelay far = find_far_delay(candidates, windows, grid(), grid_.farthest_ps(), count, differences_);
+    if (far.view && std::abs(static_cast<double>(far.view->offset_ps)) > grid_.farthest_ps()) far.view.reset();
     nothing.overview = far.overview;
     PairFinding finding = nothing;
     if (far.view) {

@@ -14,7 +14,6 @@
 #include "inspect/pair_source.hpp"
 #include "orvo/timing/chance_pairs.hpp"
 #include "orvo/timing/time_tag.hpp"
-#include "orvo/timing/xcorr_window.hpp"
 
 namespace {
 
@@ -61,10 +60,8 @@ class SearchGrid {
     return grid;
   }
 
-  bool reaches(const orvo::timing::XcorrWindow& view) const {
-    const auto bin_ps = static_cast<double>(as_asked().bin_ps);
-    return std::abs(static_cast<double>(view.offset_ps)) <= bin_ps * (static_cast<double>(bins_) / 2 + 2);
-  }
+  /// The farthest delay that is told: two bins more than the reach, as bins hold delays of their neighbours.
+  double farthest_ps() const { return static_cast<double>(as_asked().bin_ps) * (static_cast<double>(bins_) / 2 + 2); }
 
  private:
   FoldedGrid as_asked() const { return folded_grid(first_ps_, whole_ps(reach_ps_), bins_); }
