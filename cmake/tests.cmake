@@ -17,8 +17,9 @@ endfunction()
 # orvo_add_tests(<folder> [LIBRARIES <target>...] [SHARES_PRODUCT_ROOT] [NOT_UNDER_VALGRIND] [LONG])
 #
 # <folder>_tests is one program of all <name>_test.cpp of a folder, each of whose cases is a CTest entry; with sanitizers,
-# which take a tenth of a second to start, each quarter of its cases. Its sources are compiled several at a time. <folder>_<name>_test, which is built only when it is asked for, is the program of one file:
-# ninja <folder>_<name>_test takes seconds. Cases that share the product root on disk run one after the other.
+# which take a tenth of a second to start, each quarter of its cases. Its sources are compiled several at a time.
+# <folder>_<name>_test, which is built only when it is asked for, is the program of one file: ninja <folder>_<name>_test
+# takes seconds. Cases that share the product root on disk run one after the other.
 # LONG are those whose cases take longer without optimisation than it takes to compile: they have options of their own.
 function(orvo_add_tests folder)
   cmake_parse_arguments(PARSE_ARGV 1 tests "SHARES_PRODUCT_ROOT;NOT_UNDER_VALGRIND;LONG" "" "LIBRARIES")
@@ -65,8 +66,7 @@ function(orvo_add_test_program name)
   endif()
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/test_bin")
   if(tests_SHARES_PRODUCT_ROOT)
-    add_dependencies(${name} verify_under_test vq_simulate_stream_file vq_convert_stream_file
-      vq_inspect_stream_file)
+    add_dependencies(${name} verify_under_test ${orvo_programs})
   endif()
 endfunction()
 

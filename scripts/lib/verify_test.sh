@@ -11,6 +11,8 @@ trap 'rm -rf -- "$work"' EXIT
 
 copy="$work/a copy"
 mkdir -- "$copy" "$work/elsewhere"
+# How well the tool is optimised makes no difference here.
+export CMAKE_BUILD_TYPE=Debug
 cp -R -- "$checkout"/{CMakeLists.txt,CMakePresets.json,cmake,host,scripts} "$copy"
 cd -- "$work/elsewhere"
 

@@ -16,11 +16,13 @@
 
 #include "inspect/pair_report.hpp"
 #include "inspect/pair_search.hpp"
+#include "support/sanitizer.hpp"
 #include "support/simulated_recording.hpp"
 
 namespace {
 
 using orvo::test::kSecondPs;
+using orvo::test::kUnderAddressSanitizer;
 using CorrelatedLight = orvo::test::PairSource;
 using orvo::test::PairTags;
 using orvo::test::recorded_pairs;
@@ -49,7 +51,7 @@ TEST_P(FarDelayLimits, AreKept) {
   constexpr double kQuickTags = 50'000;
   const Cell& cell = GetParam();
   const int exponent = simulation_setting("ORVO_SIMULATION_BINS", kQuickBins);
-  const int seeds = simulation_setting("ORVO_SIMULATION_SEEDS", 2);
+  const int seeds = simulation_setting("ORVO_SIMULATION_SEEDS", kUnderAddressSanitizer ? 1 : 2);
   const double limit = 0.006 * std::exp2((22 - exponent) / 2.0);
   const double share = simulation_setting("ORVO_SIMULATION_SHARE", static_cast<int>(limit * 1e6)) / 1e6;
   int found = 0;

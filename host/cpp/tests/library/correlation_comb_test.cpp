@@ -194,7 +194,7 @@ struct CombRegime {
 };
 
 TEST(CorrelationComb, NumbersHaveMeanZeroAndWidthOne) {
-  const int seeds = orvo::test::simulation_setting("ORVO_SIMULATION_SEEDS", 20);
+  const int seeds = orvo::test::simulated_recordings(20);
   for (const auto& [name, source] : {CombRegime{"no tooth unlike the others", {}},
                                      {"missing tooth", {.odd = 17, .odd_pairs = 0}},
                                      {"half a tooth", {.odd = 9, .odd_pairs = 200}},
@@ -230,7 +230,7 @@ TEST(CorrelationComb, NumbersHaveMeanZeroAndWidthOne) {
 
 TEST(CorrelationComb, IsNotSeenInNoisePeaksAndDips) {
   using orvo::test::drawn_bins;
-  for (std::uint64_t seed = 0; seed < 40; ++seed) {
+  for (std::uint64_t seed = 0; seed < orvo::test::rounds(40); ++seed) {
     for (const double pairs : {0.0, 300.0, 5000.0, 100'000.0, -1500.0}) {
       for (const double width : {1.0, 20.0, 120.0}) {
         EXPECT_FALSE(correlation_comb(drawn_bins({.pairs = pairs, .width = width, .background = 2000}, seed)));

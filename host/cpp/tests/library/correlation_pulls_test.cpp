@@ -26,7 +26,7 @@ using orvo::test::SimulatedSource;
 using namespace orvo::timing;
 
 int seeds() {
-  return std::max(orvo::test::simulation_setting("ORVO_SIMULATION_SEEDS", 100), 10);
+  return orvo::test::simulated_recordings(100);
 }
 
 struct Regime {

@@ -77,9 +77,8 @@ TEST(CorrelationSignificance, WhereNothingIsExpectedIsNone) {
   }
 }
 
-/// More with ORVO_SIMULATION_SEEDS.
 int recordings() {
-  return orvo::test::simulation_setting("ORVO_SIMULATION_SEEDS", 400);
+  return orvo::test::simulated_recordings(400);
 }
 
 /// Of unrelated light, in how many recordings a probability below each limit comes out.

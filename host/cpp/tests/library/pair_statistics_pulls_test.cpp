@@ -28,7 +28,7 @@ using namespace orvo::timing;
 constexpr double kFwhmPerSd = 2.354820045;
 
 int seeds() {
-  return std::max(orvo::test::simulation_setting("ORVO_SIMULATION_SEEDS", 20), 10);
+  return orvo::test::simulated_recordings(20);
 }
 
 std::int64_t as_it_is(std::int64_t time_ps) {

@@ -183,7 +183,7 @@ TEST(ReaderAgainstReference, PackedDeltaWithChunksThatAreDiscardedForTheirImbala
 
 /// Several reads of 1 MiB, as the tool reads.
 TEST(ReaderAgainstReference, FilesOfSeveralReads) {
-  constexpr std::size_t kPayloadBytes = 3'400'000;
+  constexpr std::size_t kPayloadBytes = 2'300'000;
   Random random(6406);
   for (const bool damaged : {false, true}) {
     StreamFileHeader header;

@@ -26,7 +26,7 @@ constexpr std::int64_t kMiB = 1 << 20;
 std::int64_t file_bytes() {
   const char* const mib = std::getenv("ORVO_CEILING_MIB");
   if (mib != nullptr) return std::strtoll(mib, nullptr, 10) * kMiB;
-  return kUnderAddressSanitizer ? kMiB / 4 : 4 * kMiB;
+  return kUnderAddressSanitizer ? kMiB / 8 : 4 * kMiB;
 }
 
 /// What each byte of a file may cost, on top of what any run may cost.

@@ -13,6 +13,7 @@
 #include "support/delta32_payload.hpp"
 #include "support/hostile_captures.hpp"
 #include "support/product_root.hpp"
+#include "support/sanitizer.hpp"
 #include "support/stopped_amid.hpp"
 #include "support/verify_captures.hpp"
 
@@ -20,7 +21,7 @@ namespace {
 
 using namespace orvo::test;
 
-constexpr std::uintmax_t kGapBytes = 128 << 20;
+constexpr std::uintmax_t kGapBytes = (kUnderAddressSanitizer ? 48 : 128) << 20;
 /// Makes a delta32 capture too long for lists: at most one tag in 4 bytes, 8 bytes a tag.
 constexpr std::uintmax_t kGapBytesOfPasses = 264 << 20;
 
@@ -193,6 +194,7 @@ class InputOnlyRead : public ProductRoot {};
 TEST_F(InputOnlyRead, ACaptureOfAnyEncodingAndTheSettingsAreLeftAsTheyWere) {
   std::vector<HostileCapture> captures = hostile_raw64();
   for (auto& more : {hostile_delta32(), hostile_packed(1)}) captures.insert(captures.end(), more.begin(), more.end());
+  if (kUnderAddressSanitizer) captures = {captures.front(), captures.back()};  // which sees nothing in this
   for (const HostileCapture& hostile : captures) {
     const TempDirectory directory;
     write_file(directory / "c.tagcap", capture_bytes(hostile.header, hostile.pieces()));

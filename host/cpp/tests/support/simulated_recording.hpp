@@ -9,6 +9,8 @@
 #include <random>
 #include <vector>
 
+#include "support/random.hpp"
+
 namespace orvo::test {
 
 using Times = std::vector<std::int64_t>;
@@ -19,6 +21,12 @@ inline constexpr double kSecondPs = 1e12;
 inline int simulation_setting(const char* name, int quick) {
   const char* const wanted = std::getenv(name);
   return wanted == nullptr ? quick : std::atoi(wanted);
+}
+
+/// How many recordings a test of statistics simulates: ORVO_SIMULATION_SEEDS of them, or rounds(quick), at least ten.
+inline int simulated_recordings(int quick) {
+  const auto usual = static_cast<int>(rounds(static_cast<std::uint64_t>(quick)));
+  return std::max(simulation_setting("ORVO_SIMULATION_SEEDS", usual), 10);
 }
 
 /// A rate that swings about its mean.

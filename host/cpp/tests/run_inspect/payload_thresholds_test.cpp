@@ -178,6 +178,8 @@ TEST_F(PayloadThresholds, SyncLost) {
     for (int i = 1; i <= breaks; ++i) {
       payload += Bytes(4, 0) + d32_base(1'000 + 100'000u * static_cast<unsigned>(i)) + d32_event(0, 0);
     }
+    const Bytes events = repeated(d32_event(0, 3))();
+    while (payload.size() + events.size() <= bytes) payload += events;
     while (payload.size() < bytes) payload += d32_event(0, 3);
     return payload;
   };

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/inspected_capture.hpp"
+#include "support/sanitizer.hpp"
 #include "support/stopped_amid.hpp"
 
 namespace {
@@ -25,7 +26,7 @@ using namespace orvo::test;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
 
-constexpr std::uintmax_t kGapBytes = 64 << 20;
+constexpr std::uintmax_t kGapBytes = (kUnderAddressSanitizer ? 24 : 64) << 20;
 
 /// A terminal of its own: what is written to one end is read at the other.
 class PseudoTerminal {

@@ -97,7 +97,7 @@ TEST_F(PairCommands, OfFarPairsShowThem) {
 }
 
 TEST_F(PairCommands, OfAnEmitterShowTheDip) {
-  simulate({"--light=emitter", "--pulse-period=12500", "--photons=0.05", "--rate=500", "--duration=300ms",
+  simulate({"--light=emitter", "--pulse-period=12500", "--photons=0.05", "--rate=500", "--duration=100ms",
             "--delay=24ns"});
   const PairFinding finding = found(0, 1);
   ASSERT_EQ(verdict_of(finding), orvo::timing::PairVerdict::dip);
