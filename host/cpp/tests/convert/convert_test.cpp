@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "convert/conversion.hpp"
+#include "support/random.hpp"
 
 namespace {
 
@@ -26,7 +27,7 @@ std::vector<std::pair<std::string, StreamFileHeader>> all_encodings() {
 }
 
 TEST_F(Conversion, KeepsEveryTagFromAnyEncodingToAny) {
-  const Tags tags = tags_in_turn(1, 150'000, 0, 100'000);
+  const Tags tags = tags_in_turn(1, orvo::test::rounds(300'000), 0, 100'000);
   for (const auto& [from, header] : all_encodings()) {
     write_capture("in.tagcap", header, tags);
     for (const std::string to : {"raw64", "delta32", "packed_delta"}) {

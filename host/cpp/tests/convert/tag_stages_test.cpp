@@ -15,6 +15,7 @@
 #include "convert/tag_sorting.hpp"
 #include "support/encoded.hpp"
 #include "support/failure.hpp"
+#include "support/random.hpp"
 
 namespace {
 
@@ -120,7 +121,7 @@ TEST(TagSorting, RefusesATagBeyondItsReach) {
 }
 
 TEST(PayloadCheck, AcceptsWhatDecodesAgainPieceByPiece) {
-  const Tags tags = tags_in_turn(1, 300'000, 0, 10'000);
+  const Tags tags = tags_in_turn(1, orvo::test::rounds(300'000), 0, 10'000);
   for (const auto& header : {raw64_header(), delta32_header(), packed_header({.delta_bits = 13}),
                              packed_header({.delta_bits = 13, .mode = orvo::timing::StreamMode::internal})}) {
     for (const std::size_t piece : {1'000u, 77'777u}) {
@@ -137,7 +138,7 @@ TEST(PayloadCheck, AcceptsWhatDecodesAgainPieceByPiece) {
       encoder.finish(payload);
       check.add({}, payload.bytes(), 0);
       check.finish();
-      EXPECT_EQ(check.tags(), 300'000u);
+      EXPECT_EQ(check.tags(), tags.size());
     }
   }
 }

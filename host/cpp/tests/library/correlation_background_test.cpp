@@ -8,6 +8,7 @@
 
 #include "support/pulls.hpp"
 #include "support/simulated_correlation.hpp"
+#include "support/simulated_recording.hpp"
 
 namespace {
 
@@ -66,15 +67,16 @@ TEST(CorrelationBackground, OfAPeakOverHalfOfTheViewIsNotMeasured) {
 TEST(CorrelationBackground, IsThatBesideAPeakOfASixthOfTheView) {
   orvo::test::Pulls pulls;
   int not_measured = 0;
-  for (std::uint64_t seed = 0; seed < 100; ++seed) {
-    const CorrelationBackground background =
-        correlation_background(drawn_bins({.pairs = 40'000, .width = 167, .background = 130, .level = 1.3}, seed));
+  const int seeds = orvo::test::simulated_recordings(100);
+  for (int seed = 0; seed < seeds; ++seed) {
+    const CorrelationBackground background = correlation_background(drawn_bins(
+        {.pairs = 40'000, .width = 167, .background = 130, .level = 1.3}, static_cast<std::uint64_t>(seed)));
     if (background.measured) pulls.add(background.level - 1.3, background.error);
     not_measured += background.measured ? 0 : 1;
   }
   EXPECT_LE(not_measured, 3);
-  EXPECT_NEAR(pulls.mean(), 0, 0.4);  // a hundred seeds: four standard deviations
-  EXPECT_NEAR(pulls.width(), 1, 0.3);
+  EXPECT_NEAR(pulls.mean(), 0, 4 / std::sqrt(seeds));  // four standard deviations
+  EXPECT_NEAR(pulls.width(), 1, 3 / std::sqrt(seeds));
 }
 
 }  // namespace
