@@ -11,8 +11,10 @@ trap 'rm -rf -- "$work"' EXIT
 
 copy="$work/a copy"
 mkdir -- "$copy" "$work/elsewhere"
-# How well the tool is optimised makes no difference here.
-export CMAKE_BUILD_TYPE=Debug
+# How well the programs are optimised makes no difference here.
+printf '#!/bin/sh\nexec %s "$@" -O0 -U_FORTIFY_SOURCE\n' "${CXX:-g++}" >"$work/compiler"
+chmod +x -- "$work/compiler"
+export CXX=$work/compiler
 cp -R -- "$checkout"/{CMakeLists.txt,CMakePresets.json,cmake,host,scripts} "$copy"
 cd -- "$work/elsewhere"
 
