@@ -173,4 +173,21 @@ TEST(CorrelationPeak, AsWideAsThousandsOfBinsIsFittedInGroupsOfThem) {
   EXPECT_NEAR(peak.fwhm_ps->value, 2000, 10);
 }
 
+TEST(CorrelationPeak, BesideBinsWithoutExpectationsHasTheLevelOfTheView) {
+  CorrelationBins bins;
+  bins.counts = {0, 0, 0, 7, 9, 0, 0, 0};
+  bins.expected = {0, 0, 0, 1, 1, 0, 0, 0};
+  bins.middle_ps = {0, 1, 2, 3, 4, 5, 6, 7};
+  CorrelationBackground background;
+  background.level = 2;
+  background.error = 0.5;
+  background.measured = true;
+  background.masked.assign(8, 0);
+  const orvo::timing::detail::PeakBins parts = orvo::timing::detail::peak_bins(bins, background, {3, 5});
+  EXPECT_EQ(parts.inside.counts, 16);
+  EXPECT_EQ(parts.inside.expected, 2);
+  EXPECT_EQ(parts.level.value, 2);
+  EXPECT_EQ(parts.level.error, 0.5);
+}
+
 }  // namespace

@@ -80,7 +80,7 @@ struct PeakBins {
 };
 
 /// The bins within the reach of the peak and what is masked beside them, with the level of the others. Where these
-/// are few, the masked bins alone.
+/// are few, or nothing is expected in them, the masked bins alone, with the level of the view.
 inline PeakBins peak_bins(const CorrelationBins& bins, const CorrelationBackground& background, BinRun reach) {
   constexpr double kEnough = 0.25;
   std::vector<char> taken = masked_runs_at(background.masked, reach);
@@ -88,8 +88,9 @@ inline PeakBins peak_bins(const CorrelationBins& bins, const CorrelationBackgrou
   std::vector<char> left_out = background.masked;
   for (std::size_t i = reach.first; i < reach.end; ++i) left_out[i] = 1;
   PeakBins result{{}, {background.level, background.error}};
-  const bool enough = background.measured && share_free(left_out) >= kEnough;
-  if (enough) result.level = free_level(bins, left_out);
+  const Estimate beside = free_level(bins, left_out);
+  const bool enough = background.measured && share_free(left_out) >= kEnough && std::isfinite(beside.error);
+  if (enough) result.level = beside;
   if (enough || !has_masked) {
     for (std::size_t i = reach.first; i < reach.end; ++i) taken[i] = 1;
   }
