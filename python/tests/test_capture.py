@@ -285,7 +285,7 @@ def test_ctrl_c_ends_a_long_decode_within_a_tenth_of_a_second(tmp_path, work):
     path = sparse_capture(tmp_path / "huge.tagcap", 16)
     script = INTERRUPTED.format(work=work)
     delays = []
-    for _ in range(3):  # a machine that does something else is late by itself
+    for _ in range(10):  # a machine that does something else is late by itself
         answer = subprocess.run([sys.executable, "-c", script, path], capture_output=True, text=True, timeout=120)
         delays.append(float(answer.stdout))
         if delays[-1] < 0.1:

@@ -55,6 +55,6 @@ run_python_sanitized() {
   build_for_python python-sanitize &&
     runtimes="$(g++ -print-file-name=libasan.so) $(g++ -print-file-name=libstdc++.so)" &&
     LD_PRELOAD=$runtimes ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=8 pytest_with python-sanitize \
-      --deselect test_documentation.py::test_types_are_clean --ignore test_notebook.py \
-      --deselect test_histogram.py::test_ctrl_c_ends_a_long_count_within_a_tenth_of_a_second
+      --deselect tests/test_documentation.py::test_types_are_clean --ignore test_notebook.py \
+      --deselect tests/test_histogram.py::test_ctrl_c_ends_a_long_count_within_a_tenth_of_a_second
 }

@@ -31,22 +31,44 @@ readonly tests_valgrind_cannot_run=(
   XcorrAtTheEndsOf64Bits.MoreBinsThanTheMemoryHoldsIsAnAllocationFailure
 )
 
-# Left out, too: recordings and damages by the dozen, which would take half an hour. Shorter ones run the same code.
+# Left out, too: recordings and damages by the dozen, and streams of megabytes, which would take half an hour. Shorter ones
+# run the same code.
 readonly tests_too_long_for_valgrind=(
+  CaptureFacts.AreThoseOfTheSlowWayWhereTagsAreMany
+  Correlation.OfACaptureOfAnySizeTakesLittleMemory
   CorrelationComb.IsFoundInNearlyAllRecordingsWithTheErrorItTells
+  CorrelationComb.IsNotSeenInNoisePeaksAndDips
   CorrelationComb.NumbersHaveMeanZeroAndWidthOne
+  CorrelationSignificance.OfUnrelatedLightIsNeverTooHigh
   Converter.NeedsNoMoreMemoryForMoreTags
+  Delta32File.AFrameAcrossTheEndOfAReadDecodesAtEverySplit
   DelayCandidates.StandOutBySigmasThatOnlyTheShareAndTheBinsDecide
   FalseAlarms.OfUnrelatedChannelsAreRare
   FarDelay.BeyondReachOrOfUnrelatedLightIsNone
+  FarDelay.IsFoundToTheWidthOfThePeakAnywhereWithinReach
+  FarDelay.IsFoundWhenThePeakIsAboutAsWideAsABin
+  FarDelay.OfLightThatWasOnForAMomentIsFoundWhenever
   '*FarDelayLimits.AreKept*'
+  Normalised.IntervalsOfFewCountsMissTheTruthNoMoreOftenThanTheySay
+  OffsetStream.HoldsLittleWhileAChannelIsSilent
+  OffsetStream.OfPiecesIsThatOfTheWholeLists
+  PackedAlignmentChoice.ATrialEndsAfter65536Bytes
+  PackedAlignmentChoice.SeveralChannelsAreTriedFromByte0To64
+  PackedDeltaEncoder.BridgesSilencesThatReadAsWrapsWithAnAnchor
+  PackedDeltaEncoder.DecodesToTheSameTimesAcrossManyWrapsAndLongGaps
+  PackedLock.AStreamThatNeverAlignsStaysBounded
+  PackedRobustness.StaysBoundedWithoutAnAlignment
   PairSearch.DoesNotTakeAnInstrumentsGridForAPattern
   PairSearch.FindsTheDelayOnAGridWithinAnyReach
   PassSource.ComesToWhatListsComeTo
   PayloadAccountModel.PackedDelta
   '*PulsedLight.*'
+  RateSegments.FollowDriftsThatSteadyRatesMiss
+  Raw64Blocks.QuietStreamsWithAnEventNowAndThen
   '*RecordedPulls.*'
   SingleEmitter.IsToldAsADip
+  StreamFileReaderTest.HeaderTextOfSeveralMebibytesIsReadWhole
+  XcorrStream.CountsAllSixPairsOfALongStreamAndHoldsLittle
 )
 
 readonly encodings=(
@@ -91,14 +113,14 @@ all_that_valgrind_can_run() {
   printf '%s' "-${tests_valgrind_cannot_run[*]}:${tests_too_long_for_valgrind[*]}"
 }
 
-# run_under_valgrind [CTEST ARGUMENT...]: with a tenth of the random comparisons and simulated recordings of dev, which
+# run_under_valgrind [CTEST ARGUMENT...]: with a twentieth of the random comparisons and simulated recordings of dev, which
 # take 25 times as long here. Tests still require that every kind of input occurs.
 run_under_valgrind() {
   local -r programs=$root/build/dev/under_valgrind.txt
   local -r entries=$root/build/valgrind/CTestTestfile.cmake
   mkdir -p -- "$root/build/valgrind" &&
     { programs_under_valgrind <"$programs" && captures_under_valgrind; } >"$entries" &&
-    ORVO_TEST_ROUNDS=${ORVO_TEST_ROUNDS:-0.1} GTEST_FILTER=$(all_that_valgrind_can_run) \
+    ORVO_TEST_ROUNDS=${ORVO_TEST_ROUNDS:-0.05} GTEST_FILTER=$(all_that_valgrind_can_run) \
       ctest --test-dir "$root/build/valgrind" --output-on-failure --no-tests=error -j "${jobs:-2}" "$@"
 }
 
