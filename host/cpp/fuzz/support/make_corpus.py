@@ -481,6 +481,7 @@ def pair_statistics():
         "missing_tooth": counted(200, 2, 20, teeth[:7] + teeth[8:]),
         "high_tooth": counted(200, 2, 20, [*teeth, (96, 250, 5)]),
         "bins_without_expectation": counted(200, 20, 20, peak, unevenness=3),
+        "beside_bins_without_expectation": bytes.fromhex("5d0441" + "ff" * 63 + "408813003240a0" + "ff" * 8 + "e840a000dea7"),
         "empty_channel": tagged((5000, 50, 0), (), (1, 2)),
         "equal_times": tagged((5000, 50, 0), (7, (60, 0)), (7, (60, 0))),
         "pairs": tagged((5000, 50, 160), (0, (60, 1000)), (160, (60, 1000))),

@@ -154,6 +154,27 @@ TEST(DelayCandidates, ThresholdAndExpectedSigmasOfFourMillionBins) {
   EXPECT_NEAR(expected_sigmas(0.01, std::size_t{1} << 22), 14.481547, 5e-7);
 }
 
+// 1250 pairs where chance gives 1000 are 7.5969 sigmas, by the Poisson distribution. Bins that are all 32 off have 1.024 times
+// the variance of chance, such that are 60 off 3.6 times, which divides the sigmas by the root of that; 2 % pass as chance.
+TEST(DelayCandidates, StandOutOfNoiseThatIsMoreThanChance) {
+  const auto found = [](float off) {
+    FoldedCorrelation correlation{{.origin_ps = 0, .bin_ps = 1000, .bins = 4096}, std::vector<float>(4096), 1};
+    for (std::size_t i = 0; i < 4096; ++i) correlation.pairs[i] = 1000 + (i % 2 == 0 ? off : -off);
+    correlation.pairs[700] = 1250;
+    return delay_candidates(correlation);
+  };
+  const auto clearest = [](const DelayCandidates& candidates) {
+    return *std::max_element(candidates.overview.sigmas.begin(), candidates.overview.sigmas.end());
+  };
+  EXPECT_NEAR(clearest(found(31)), 7.5969, 1e-3);
+  EXPECT_NEAR(clearest(found(32)), 7.5073, 1e-3);
+  EXPECT_NEAR(clearest(found(60)), 4.0039, 2e-3);
+  EXPECT_NEAR(found(31).best.front().probability.sigmas(), 7.5969, 1e-3);
+  EXPECT_NEAR(found(60).best.front().probability.sigmas(), 4.0039, 2e-3);
+  EXPECT_EQ(found(32).significant, 1u);  // from 5.99 sigmas on
+  EXPECT_EQ(found(60).significant, 0u);
+}
+
 TEST(DelayCandidates, StandOutBySigmasThatOnlyTheShareAndTheBinsDecide) {
   for (const double rate_hz : {1000.0, 10'000.0}) {
     for (const double share : {0.1, 0.15}) {
