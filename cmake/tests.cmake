@@ -2,8 +2,8 @@
 include(GoogleTest)
 
 # At most so many sources of tests are compiled as one. More at a time take less in all, but more memory: with
-# sanitizers 50 MiB each.
-set(orvo_tests_at_a_time 48)
+# sanitizers 35 MiB each.
+set(orvo_tests_at_a_time 80)
 
 # A generated source that holds `sources`; see join_sources.cmake.
 function(orvo_join_sources file sources)

@@ -1,26 +1,21 @@
 # shellcheck shell=bash
-# The dev build under Valgrind's memcheck: its test programs, each in parts that together run every case once, and some
-# captures that the simulator writes and the tool verifies, both under Valgrind.
+# The dev build under Valgrind's memcheck: its test programs, and some captures that the simulator writes and the tool
+# verifies, both under Valgrind.
 # Sourced, by a script that has set root, the checkout's absolute path.
 : "${root:?}"
 
 readonly memcheck='"valgrind" "--quiet" "--error-exitcode=99" "--leak-check=full" "--errors-for-leak-kinds=definite"'
 
-# Valgrind takes a second to start a program, a case alone much less: so many starts for each.
-readonly parts=4
-
-# CTest entries for the programs on standard input, each line "<program> <lock or none>"; see orvo_add_tests.
+# CTest entries for the programs on standard input, each line "<program> <lock or none>"; see orvo_add_tests. A program is
+# started once: to translate its code takes Valgrind longer than most cases take.
 programs_under_valgrind() {
-  local program lock part name
+  local program lock name
   while read -r program lock; do
-    for ((part = 0; part < parts; ++part)); do
-      name="${program##*/}_$((part + 1))_of_$parts"
-      printf 'add_test([=[%s]=] %s "%s")\n' "$name" "$memcheck" "$program"
-      printf 'set_tests_properties([=[%s]=] PROPERTIES ENVIRONMENT "%s"' "$name" \
-        "GTEST_TOTAL_SHARDS=$parts;GTEST_SHARD_INDEX=$part"
-      if [[ $lock != none ]]; then printf ' RESOURCE_LOCK %s LABELS %s' "$lock" "$lock"; fi
-      printf ')\n'
-    done
+    name=${program##*/}
+    printf 'add_test([=[%s]=] %s "%s")\n' "$name" "$memcheck" "$program"
+    if [[ $lock != none ]]; then
+      printf 'set_tests_properties([=[%s]=] PROPERTIES RESOURCE_LOCK %s LABELS %s)\n' "$name" "$lock" "$lock"
+    fi
   done
 }
 
@@ -35,12 +30,12 @@ readonly tests_valgrind_cannot_run=(
 # run the same code.
 readonly tests_too_long_for_valgrind=(
   CaptureFacts.AreThoseOfTheSlowWayWhereTagsAreMany
+  Converter.NeedsNoMoreMemoryForMoreTags
   Correlation.OfACaptureOfAnySizeTakesLittleMemory
   CorrelationComb.IsFoundInNearlyAllRecordingsWithTheErrorItTells
   CorrelationComb.IsNotSeenInNoisePeaksAndDips
   CorrelationComb.NumbersHaveMeanZeroAndWidthOne
   CorrelationSignificance.OfUnrelatedLightIsNeverTooHigh
-  Converter.NeedsNoMoreMemoryForMoreTags
   Delta32File.AFrameAcrossTheEndOfAReadDecodesAtEverySplit
   DelayCandidates.StandOutBySigmasThatOnlyTheShareAndTheBinsDecide
   FalseAlarms.OfUnrelatedChannelsAreRare
