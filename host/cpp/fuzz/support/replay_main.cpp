@@ -25,8 +25,9 @@ struct Target {
 namespace {
 
 std::vector<std::uint8_t> content_of(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::vector<std::uint8_t> content(std::filesystem::file_size(path));
+  std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(content.data()), std::ssize(content));
+  return content;
 }
 
 }  // namespace

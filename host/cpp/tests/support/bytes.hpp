@@ -2,6 +2,7 @@
 // Byte strings, and the words and files that tests build from the capture format by hand.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -21,20 +22,25 @@ inline Bytes text_bytes(std::string_view text) {
   return Bytes(text.begin(), text.end());
 }
 
-inline Bytes operator+(Bytes left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
+// Captures are made by this and by `big_endian`: iterators would cost tests that are not optimised dearly.
+inline Bytes& operator+=(Bytes& left, const Bytes& right) {
+  const std::size_t left_size = left.size();
+  const std::size_t right_size = right.size();
+  left.resize(left_size + right_size);
+  if (right_size > 0) std::memcpy(left.data() + left_size, right.data(), right_size);
   return left;
 }
 
-inline Bytes& operator+=(Bytes& left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
+inline Bytes operator+(Bytes left, const Bytes& right) {
+  left += right;
   return left;
 }
 
 /// `width` bytes of `value`, most significant first.
 inline Bytes big_endian(std::uint64_t value, int width) {
   Bytes out(static_cast<std::size_t>(width));
-  for (std::uint8_t& byte : out) byte = static_cast<std::uint8_t>(value >> 8 * --width);
+  std::uint8_t* at = out.data();
+  while (width > 0) *at++ = static_cast<std::uint8_t>(value >> 8 * --width);
   return out;
 }
 

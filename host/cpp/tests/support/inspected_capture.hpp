@@ -126,7 +126,9 @@ class InspectedCapture : public testing::Test {
         "-c",
         "import json, sys, jsonschema\n"
         "schema = json.load(open(sys.argv[1]))\n"
-        "for path in sys.argv[2:]: jsonschema.validate(json.load(open(path)), schema)",
+        "validator = jsonschema.validators.validator_for(schema)(schema)\n"
+        "validator.check_schema(schema)\n"
+        "for path in sys.argv[2:]: validator.validate(json.load(open(path)))",
         schema().string()};
     arguments.insert(arguments.end(), reports.begin(), reports.end());
     return run_program({.program = ORVO_TEST_SCHEMA_PYTHON,

@@ -2,16 +2,19 @@
 // Starts a program as a user would and reports all that can be seen of it: exit status, both output streams, and what
 // it cost, as the kernel counted.
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/temp_directory.hpp"
@@ -36,32 +39,60 @@ struct ProgramCall {
   unsigned most_cpu_seconds = 0;                   // then SIGXCPU ends it; 0: no limit
 };
 
-/// Runs the program to its end. Its standard input is /dev/null.
+/// What a program that is started does first.
+class SpawnActions {
+ public:
+  SpawnActions() { ::posix_spawn_file_actions_init(&actions_); }
+  SpawnActions(const SpawnActions&) = delete;
+  SpawnActions& operator=(const SpawnActions&) = delete;
+  ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+
+  posix_spawn_file_actions_t* get() { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+/// To each of `words`, and the null pointer after them.
+inline std::vector<char*> pointers(std::vector<std::string>& words) {
+  std::vector<char*> all;
+  for (std::string& word : words) all.push_back(word.data());
+  all.push_back(nullptr);
+  return all;
+}
+
+/// The environment of the test with these variables set.
+inline std::vector<std::string> environment_with(const std::map<std::string, std::string>& variables) {
+  std::vector<std::string> all;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view text = *entry;
+    if (!variables.contains(std::string(text.substr(0, text.find('='))))) all.emplace_back(text);
+  }
+  for (const auto& [name, value] : variables) all.push_back(name + '=' + value);
+  return all;
+}
+
+/// Runs the program to its end. Its standard input is /dev/null. Spawned: to fork a test under the sanitizers, with
+/// all its memory, takes longer than most programs run.
 inline ProgramResult run_program(const ProgramCall& call) {
   const TempDirectory capture;
   const std::string out_path = (capture / "out").string();
   const std::string err_path = (capture / "err").string();
   std::vector<std::string> words{call.argv0.empty() ? call.program : call.argv0};
   words.insert(words.end(), call.arguments.begin(), call.arguments.end());
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
 
-  const pid_t child = ::fork();
-  if (child < 0) throw std::runtime_error("fork failed");
-  if (child == 0) {
-    const int in = ::open("/dev/null", O_RDONLY);
-    const int out = ::open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const int err = ::open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (::chdir(call.directory.c_str()) != 0 || ::dup2(in, 0) < 0 || ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0) {
-      ::_exit(126);
-    }
-    const rlimit cpu_limit{call.most_cpu_seconds, call.most_cpu_seconds + 1};
-    if (call.most_cpu_seconds != 0 && ::setrlimit(RLIMIT_CPU, &cpu_limit) != 0) ::_exit(126);
-    for (const auto& [name, value] : call.environment) ::setenv(name.c_str(), value.c_str(), 1);
-    ::execv(call.program.c_str(), argv.data());
-    ::_exit(127);
-  }
+  SpawnActions actions;
+  ::posix_spawn_file_actions_addchdir_np(actions.get(), call.directory.c_str());
+  ::posix_spawn_file_actions_addopen(actions.get(), 0, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_addopen(actions.get(), 1, out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  ::posix_spawn_file_actions_addopen(actions.get(), 2, err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  std::vector<std::string> environment = environment_with(call.environment);
+  pid_t child = 0;
+  const int failure = ::posix_spawn(&child, call.program.c_str(), actions.get(), nullptr, pointers(words).data(),
+                                    pointers(environment).data());
+  if (failure != 0) throw std::runtime_error(call.program + ": " + std::strerror(failure));
+  const rlimit cpu_limit{call.most_cpu_seconds, call.most_cpu_seconds + 1};
+  if (call.most_cpu_seconds != 0) ::prlimit(child, RLIMIT_CPU, &cpu_limit, nullptr);
   int status = 0;
   rusage usage = {};
   if (::wait4(child, &status, 0, &usage) != child) throw std::runtime_error("wait4 failed");

@@ -126,10 +126,6 @@ inline Estimate free_level(const CorrelationBins& bins, const std::vector<char>&
   return {count / expected, std::sqrt(std::max(count, 1.0)) / expected};
 }
 
-}  // namespace detail
-
-namespace detail {
-
 inline CorrelationBackground background_beside(const CorrelationBins& bins, double chance) {
   constexpr int kMostRounds = 20;
   constexpr double kEnough = 0.25;

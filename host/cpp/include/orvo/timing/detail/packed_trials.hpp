@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "orvo/timing/detail/packed_record.hpp"
@@ -111,11 +112,12 @@ class TrialWalk {
   }
 
   void reset(TrialGroup& group, std::size_t next) {
-    const std::size_t first = group.trials.front();
-    for (const std::size_t trial : group.trials) trials_[trial].twin = first;
+    std::vector<std::size_t> trials = std::move(group.trials);  // noise resets all the time: its memory is used again
+    const std::size_t first = trials.front();
+    for (const std::size_t trial : trials) trials_[trial].twin = first;
     trials_[first] = {next, first};
-    group = {};
-    group.trials.push_back(first);
+    trials.resize(1);
+    group = {.trials = std::move(trials)};
   }
 
   void step(TrialSymbol symbol, std::size_t at) {
