@@ -47,12 +47,13 @@ struct ForgettingAccount : PayloadAccount<ToldLosses> {
 std::map<std::string, std::uint64_t> occurred;
 
 void expect_painted(const ForgettingAccount& account, const StreamDecoder& decoder, const PaintedPayload& painted) {
+  const auto expected = painted.sizes();
   std::uint64_t sum = account.pending(decoder);
-  ASSERT_EQ(sum, painted.painted(PayloadClass::pending));
+  ASSERT_EQ(sum, expected[static_cast<std::size_t>(PayloadClass::pending)]);
   for (std::size_t i = 0; i < kPayloadClasses; ++i) {
     const auto what = static_cast<PayloadClass>(i);
     if (what == PayloadClass::pending) continue;
-    ASSERT_EQ(account.size(what), painted.painted(what)) << "class " << i;
+    ASSERT_EQ(account.size(what), expected[i]) << "class " << i;
     sum += account.size(what);
     if (account.size(what) != 0) ++occurred["class " + std::to_string(i)];
   }

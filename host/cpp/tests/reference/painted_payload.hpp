@@ -61,8 +61,11 @@ class PaintedPayload {
     }
   }
 
-  std::uint64_t painted(PayloadClass what) const {
-    return static_cast<std::uint64_t>(std::count(paint.begin(), paint.end(), what));
+  /// How much of the payload is of each class.
+  std::array<std::uint64_t, timing::kPayloadClasses> sizes() const {
+    std::array<std::uint64_t, timing::kPayloadClasses> all{};
+    for (const PayloadClass what : paint) ++all[static_cast<std::size_t>(what)];
+    return all;
   }
 
   std::vector<PayloadClass> paint;

@@ -34,9 +34,9 @@ class InspectReference : public InspectedCapture {
   static void expect_classes(const Json& payload, const PaintedPayload& painted, const std::string& unit) {
     std::map<std::string, std::uint64_t> sizes;
     for (const Json& each : payload.at("classes")) sizes[each.at("class")] = each.at(unit);
+    const auto expected = painted.sizes();
     for (std::size_t i = 0; i < std::size(kClassNames); ++i) {
-      const std::uint64_t size = painted.painted(static_cast<orvo::timing::PayloadClass>(i));
-      EXPECT_EQ(sizes.count(kClassNames[i]) == 0 ? 0 : sizes[kClassNames[i]], size) << kClassNames[i];
+      EXPECT_EQ(sizes.count(kClassNames[i]) == 0 ? 0 : sizes[kClassNames[i]], expected[i]) << kClassNames[i];
     }
   }
 

@@ -40,6 +40,11 @@ struct RateDrift {
   }
 };
 
+/// From 0 to below 1, as std::generate_canonical draws it, which takes two logarithms of long doubles each time.
+inline double drawn_below_1(std::mt19937_64& random) {
+  return std::min(static_cast<double>(random()) * 0x1p-64, 1 - 0x1p-53);
+}
+
 /// Moments of a Poisson process whose rate drifts, from 0 to `seconds`.
 inline std::vector<double> poisson_moments_ps(double rate_hz, double seconds, const RateDrift& drift,
                                               std::mt19937_64& random) {
@@ -47,11 +52,11 @@ inline std::vector<double> poisson_moments_ps(double rate_hz, double seconds, co
   if (!(rate_hz > 0)) return moments;
   const double highest = 1 + drift.depth;
   moments.reserve(static_cast<std::size_t>(1.05 * rate_hz * seconds) + 100);
-  std::exponential_distribution<double> gap(rate_hz * highest / kSecondPs);
-  std::uniform_real_distribution<double> uniform(0, highest);
+  const double highest_per_ps = rate_hz * highest / kSecondPs;
+  const auto gap = [&] { return -std::log(1 - drawn_below_1(random)) / highest_per_ps; };
   const double end = seconds * kSecondPs;
-  for (double at = gap(random); at < end; at += gap(random)) {
-    if (drift.depth == 0 || uniform(random) < drift.at(at / end)) moments.push_back(at);
+  for (double at = gap(); at < end; at += gap()) {
+    if (drift.depth == 0 || drawn_below_1(random) * highest < drift.at(at / end)) moments.push_back(at);
   }
   return moments;
 }
