@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
+#include "orvo/timing/poisson_statistics.hpp"
 #include "support/pulls.hpp"
 #include "support/simulated_correlation.hpp"
 #include "support/simulated_recording.hpp"
@@ -40,6 +42,30 @@ TEST(CorrelationBackground, OfAFlatHistogramIsItsMean) {
   EXPECT_DOUBLE_EQ(background.level, 1.5);
   EXPECT_NEAR(background.error, std::sqrt(15'000.0) / 10'000, 1e-12);
   EXPECT_TRUE(background.differs_from_chance());
+}
+
+// The level swings between those of two masks: 75 counts of 80 expected and 43 of 50 in the first view, 58 of 70 and 44
+// of 50 in the second. An even round has the latter.
+TEST(CorrelationBackground, IsThatOfThe20thRoundWhereLevelAndMaskDoNotAgree) {
+  const CorrelationBackground short_view =
+      correlation_background(bins_of({12, 25, 29, 15, 14, 10, 8, 8, 10, 6, 11, 8}, 10));
+  EXPECT_THAT(short_view.masked, ElementsAre(1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0));
+  EXPECT_DOUBLE_EQ(short_view.level, 0.86);
+  const CorrelationBackground long_view =
+      correlation_background(bins_of({11, 38, 14, 33, 35, 29, 31, 23, 5, 14, 0, 7, 8, 9, 9, 11}, 10));
+  EXPECT_THAT(long_view.masked, ElementsAre(1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0));
+  EXPECT_DOUBLE_EQ(long_view.level, 0.88);
+}
+
+// Counts so near to their mean are not asked for their tail.
+TEST(CorrelationBackground, NoTailWithinTwoAndAHalfStandardDeviationsIsImprobableEnough) {
+  const double ln_limit = std::log(1e-4 / 3);  // of a window of a third of the view; shorter ones have lower limits
+  for (double mean = 1e-3; mean < 1e6; mean *= 1.003) {
+    const double most = std::floor(mean + 2.5 * std::sqrt(mean));
+    const double least = std::ceil(std::max(mean - 2.5 * std::sqrt(mean), 0.0));
+    ASSERT_GT(orvo::timing::poisson_at_least(most, mean).ln, ln_limit) << mean;
+    ASSERT_GT(orvo::timing::poisson_at_most(least, mean).ln, ln_limit) << mean;
+  }
 }
 
 TEST(CorrelationBackground, WithoutAnyCountIsZeroWithinOnePair) {
