@@ -34,7 +34,6 @@ readonly tests_too_long_for_valgrind=(
   Converter.NeedsNoMoreMemoryForMoreTags
   Correlation.OfACaptureOfAnySizeTakesLittleMemory
   Correlation.OfALongCaptureInOrderIsThatOfLists
-  Correlation.OfATooDisorderedCaptureFallsBackToLists
   CorrelationComb.IsFoundInNearlyAllRecordingsWithTheErrorItTells
   CorrelationComb.IsNotSeenInNoisePeaksAndDips
   CorrelationComb.NumbersHaveMeanZeroAndWidthOne
@@ -70,10 +69,8 @@ readonly tests_too_long_for_valgrind=(
   Raw64Blocks.QuietStreamsWithAnEventNowAndThen
   '*RecordedPulls.*'
   SingleEmitter.IsToldAsADip
-  SortTimes.MergesAnyNumberOfRuns
   SortTimes.SortsLongLists
   StreamFileReaderTest.HeaderTextOfSeveralMebibytesIsReadWhole
-  StreamFileWriterFullDevice.AHeaderLargerThanTheBufferFailsInOpen
   TagCollection.WithoutALimitEveryTagOfALongCaptureIsListed
   XcorrStream.ATagWithinReachIsCountedAndALaterOneIsReported
   XcorrStream.CountsAllSixPairsOfALongStreamAndHoldsLittle

@@ -72,8 +72,8 @@ inline std::vector<std::string> environment_with(const std::map<std::string, std
   return all;
 }
 
-/// Runs the program to its end. Its standard input is /dev/null. Spawned: to fork a test under the sanitizers, with
-/// all its memory, takes longer than most programs run.
+/// Runs the program to its end. Its standard input is /dev/null. Spawned, as a fork would copy the page tables of all
+/// the memory that a test has under the sanitizers.
 inline ProgramResult run_program(const ProgramCall& call) {
   const TempDirectory capture;
   const std::string out_path = (capture / "out").string();
@@ -92,7 +92,9 @@ inline ProgramResult run_program(const ProgramCall& call) {
                                     pointers(environment).data());
   if (failure != 0) throw std::runtime_error(call.program + ": " + std::strerror(failure));
   const rlimit cpu_limit{call.most_cpu_seconds, call.most_cpu_seconds + 1};
-  if (call.most_cpu_seconds != 0) ::prlimit(child, RLIMIT_CPU, &cpu_limit, nullptr);
+  if (call.most_cpu_seconds != 0 && ::prlimit(child, RLIMIT_CPU, &cpu_limit, nullptr) != 0) {
+    throw std::runtime_error(call.program + " runs without a limit");
+  }
   int status = 0;
   rusage usage = {};
   if (::wait4(child, &status, 0, &usage) != child) throw std::runtime_error("wait4 failed");

@@ -49,7 +49,7 @@ inline void write_file(const std::filesystem::path& path, const Bytes& content) 
 inline std::string read_file(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw std::runtime_error("cannot read " + path.string());
-  std::ostringstream content;  // in blocks: byte by byte, tests that are not optimised spend a fifth of their time here
+  std::ostringstream content;  // in blocks: byte by byte is slow where tests are not optimised
   content << in.rdbuf();
   return std::move(content).str();
 }
